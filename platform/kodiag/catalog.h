@@ -8,8 +8,8 @@
 
 namespace kodiag {
 
-/// The text of a message with `{Name}` replaced by the argument of that name (by nothing when it
-/// was not given). An ID without a text yields the ID followed by its arguments.
+/// The text of a message with `{Name}` replaced by the argument of that name (by nothing when
+/// it was not given). An ID without a text yields the ID followed by its arguments.
 std::string catalogText(const MessageID& id, const Arguments& arguments);
 
 /// Every joined ID the catalog has a text for, sorted.

@@ -24,7 +24,9 @@ namespace util {
 diagnostics::diagnostics(const except::ExceptionWithCauses& exception)
     : messages_{exception.message()} {}
 
-diagnostics::diagnostics(Message message) { messages_.push_back(std::move(message)); }
+diagnostics::diagnostics(Message message) {
+  messages_.push_back(std::move(message));
+}
 
 void diagnostics::append(const diagnostics& other) {
   messages_.insert(messages_.end(), other.messages_.begin(), other.messages_.end());

@@ -22,7 +22,8 @@ class ExceptionWithCauses : public std::exception {
   /// The text with its causes, UTF-8.
   const char* what() const noexcept override { return what_.c_str(); }
 
-  /// The message at the bottom of the units of work it travelled through: what a caller can act on.
+  /// The message at the bottom of the units of work it travelled through: what a caller can act
+  /// on.
   const Message& innermost() const;
 
  private:
@@ -49,8 +50,8 @@ class diagnostics {
   void append(const diagnostics& other);
   const std::vector<Message>& messages() const { return messages_; }
 
-  /// The first message as an exception, with the later ones among its causes. Empties this object.
-  /// Must not be called on an empty one.
+  /// The first message as an exception, with the later ones among its causes. Empties this
+  /// object. Must not be called on an empty one.
   except::ExceptionWithCauses extractExceptionWithCauses();
   /// Raises what is here; does nothing when empty.
   void raiseIfAny();

@@ -15,7 +15,9 @@ void appendCauses(const Message& message, std::size_t depth, std::string& out) {
 
 }  // namespace
 
-std::string Message::text() const { return catalogText(id, arguments); }
+std::string Message::text() const {
+  return catalogText(id, arguments);
+}
 
 std::string Message::textWithCauses() const {
   std::string out = text();

@@ -35,6 +35,7 @@ struct Message {
 };
 
 /// Throws `except::ExceptionWithCauses` carrying the message.
-[[noreturn]] void raise(MessageID id, Arguments arguments = {}, std::vector<Message> causes = {});
+[[noreturn]] void raise(MessageID id, Arguments arguments = {},
+                        std::vector<Message> causes = {});
 
 }  // namespace kodiag

@@ -9,7 +9,9 @@ namespace {
 
 constexpr wchar_t kReplacement = 0xFFFD;
 
-bool isSurrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
+bool isSurrogate(std::uint32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDFFF;
+}
 
 void appendUtf8(std::uint32_t point, std::string& out) {
   const auto put = [&out](std::uint32_t byte) { out.push_back(static_cast<char>(byte)); };
@@ -34,8 +36,12 @@ void appendUtf8(std::uint32_t point, std::string& out) {
 bool decodeOne(std::string_view bytes, std::size_t& at, std::uint32_t& point) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
   const unsigned char lead = byte(at);
-  const std::size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3
-                             : lead < 0xF5 ? 4 : 0;
+  const std::size_t length = lead < 0x80   ? 1
+                             : lead < 0xC2 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
   constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
   const std::size_t start = at++;
   if (length == 0 || start + length > bytes.size()) return false;

@@ -1,0 +1,124 @@
+// The object store: one repository file with the typed objects of a schema.
+#pragma once
+
+#include <boost/function.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kodd/constraints.h"
+#include "kodd/metamodel.h"
+#include "kodd/objectquery.h"
+#include "kodd/objectref.h"
+#include "kodd/preparedwriters.h"
+#include "kodiag/diagnostics.h"
+#include "sqldb/database.h"
+
+namespace kodd {
+
+using DictionaryFunction = boost::function<void(kodiag::util::diagnostics&)>;
+
+/// The repository file seen as objects.
+///
+/// Failures are left in the diagnostics, never thrown. A repository that could not be opened
+/// keeps the reason and reports it ("RepositoryNotOpen" with that cause) at every use. Threads:
+/// every operation takes the store's recursive mutex; a dictionary function holds it
+/// throughout, so no other thread's write can slip into its unit. Explicit transactions do not
+/// hold it: they belong to the thread that uses the repository.
+class DataModelRepository {
+ public:
+  DataModelRepository();
+  /// Rolls back what is open and closes.
+  ~DataModelRepository();
+  DataModelRepository(const DataModelRepository&) = delete;
+  DataModelRepository& operator=(const DataModelRepository&) = delete;
+
+  struct Options {
+    sqldb::Durability durability = sqldb::Durability::fast;
+    std::chrono::milliseconds busyTimeout{30'000};
+    bool createIfAbsent = true;
+  };
+
+  /// Opens or creates the repository. Classes, properties and indexes that the stored schema
+  /// lacks are added; nothing is dropped; a property whose kind changed is "SchemaError".
+  /// Refused inside a unit of work ("TransactionActive"); an open repository is closed first.
+  void open(const std::wstring& file, const std::wstring& schemaFile, const Options& options,
+            kodiag::util::diagnostics& diag);
+  /// Rolls back what is open, writes the log into the file and closes. Handles die.
+  void close();
+  bool isOpen() const;
+  std::wstring location() const;
+
+  MetamodelRef metamodel(kodiag::util::diagnostics& diag);
+
+  ObjectRef createObject(const ClassRef& cls, kodiag::util::diagnostics& diag);
+  /// The object with that ID; empty when there is none of that class.
+  ObjectRef getObjectRef(int id, const ClassRef& cls, kodiag::util::diagnostics& diag);
+  /// The object with that ID, whatever its class; empty when there is none.
+  ObjectRef getObjectRef(int id, kodiag::util::diagnostics& diag);
+  /// Appends all objects of the class that satisfy every constraint, in creation order.
+  void findObjects(const ClassRef& cls, const MatchConstraints& constraints,
+                   std::vector<ObjectRef>& results, kodiag::util::diagnostics& diag);
+  long long countObjects(const Selection& selection, kodiag::util::diagnostics& diag);
+
+  /// An explicit transaction. A second begin, or one inside a dictionary function, is
+  /// "TransactionActive"; an end without a begin, or inside a dictionary function,
+  /// "NoTransaction".
+  void beginTransaction(kodiag::util::diagnostics& diag);
+  void commitTransaction(kodiag::util::diagnostics& diag);
+  void rollbackTransaction(kodiag::util::diagnostics& diag);
+
+  /// Runs `fn` as one unit of work. It fails, and its own work alone is undone, when `fn`
+  /// throws
+  /// ("DictFuncThrewException", "DictFuncThrewStdException", with the exception as cause) or
+  /// leaves diagnostics. `fn` starts with fresh diagnostics, which are then appended to `diag`.
+  void performDictionaryFunction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
+  /// The same for a function that only reads: takes no write lock and does not wait for
+  /// writers.
+  void performReadFunction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
+
+  /// Reads made while it lives see one state of the file and cost a tenth. Does nothing when a
+  /// unit is open already or the repository is not. A write inside turns it into a unit that is
+  /// kept.
+  class ReadScope {
+   public:
+    explicit ReadScope(DataModelRepository& repository);
+    ~ReadScope();
+    ReadScope(const ReadScope&) = delete;
+    ReadScope& operator=(const ReadScope&) = delete;
+
+   private:
+    std::shared_ptr<Session> session_;
+  };
+
+  /// Number of open units of work.
+  int depth() const;
+  /// Called with the number of the level (1 is the outermost) whenever one has been undone.
+  void setRollbackListener(boost::function<void(int level)> listener);
+
+  void setTraceCallback(sqldb::Database::TraceCallback callback);
+  void setProfileCallback(sqldb::Database::ProfileCallback callback);
+  /// The embedded database; null when the repository is not open.
+  sqldb::Database* getDB();
+
+  /// Whether the file at that path may be opened as a repository, found out without changing
+  /// it: diagnostics empty when it may be or is absent ("NotARepository", "sqldb:ssdb:Corrupt",
+  /// "IOError").
+  static void checkFile(const std::wstring& file, kodiag::util::diagnostics& diag);
+  /// Everything wrong with the stored bytes and objects, as sentences; empty when whole.
+  std::vector<std::string> integrityProblems(kodiag::util::diagnostics& diag);
+  /// Writes the log into the main file, so that the main file alone is whole.
+  void checkpoint(kodiag::util::diagnostics& diag);
+
+ private:
+  friend class ObjectQuery;
+  friend class ValueSources;
+  friend class ObjectConstructor;
+  friend class ObjectModifier;
+  friend class ObjectDeleter;
+  friend class BlobStream;
+
+  std::shared_ptr<Session> session_;
+};
+
+}  // namespace kodd

@@ -1,0 +1,176 @@
+// The embedded SQL database: one connection to one repository file, its locks and its units of
+// work.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sqldb/blob.h"
+#include "sqldb/statement.h"
+
+namespace sqldb {
+
+enum class Durability {
+  fast,     ///< a killed process loses nothing; a power cut may lose the newest work
+  durable,  ///< committed work survives a power cut as well
+};
+
+/// What a newcomer finds in the file before it changes anything.
+enum class FileKind {
+  absent,   ///< nothing there, or an empty file: may be created
+  ours,     ///< carries our application ID
+  foreign,  ///< another program's database, or no database at all
+};
+
+struct OpenOptions {
+  /// Stored in the file's header and checked on every open. // Stored; never change.
+  std::int32_t applicationId = 0;
+  Durability durability = Durability::fast;
+  /// How long to wait for another writer before "RepositoryBusy".
+  std::chrono::milliseconds busyTimeout{30'000};
+  bool createIfAbsent = true;
+};
+
+/// A listener for the ends of units of work; called with the store's mutex held.
+class LevelListener {
+ public:
+  virtual ~LevelListener() = default;
+  virtual void levelOpened() = 0;
+  virtual void levelCommitted() = 0;
+  virtual void levelRolledBack() = 0;
+};
+
+/// One connection to one repository file.
+///
+/// Locks: a file `<location>-lock` stands beside the repository, never deleted while in use.
+/// Byte 0 is the write lock, held around every outermost writing unit and every checkpoint;
+/// byte 1 is shared by everyone who has the file open; bytes from 16 on stand for instances
+/// that are alive.
+///
+/// Units of work form one stack: the outermost is a transaction, inner ones are savepoints.
+/// When the engine drops the whole transaction (disk full, I/O error), all levels are dead:
+/// every operation reports "TransactionLost" until the outermost level ends. Outside any unit,
+/// a statement that writes is a unit of its own.
+///
+/// Threads: not synchronised; the owner serialises calls. After fork() the child's copy refuses
+/// every call with "ForkedProcess" and never touches the file.
+/// Errors: every call throws ExceptionWithCauses with the ID of error.h unless said otherwise.
+class Database {
+ public:
+  /// Opens or creates the file. Refuses, without changing a byte of it: a directory, a symbolic
+  /// link, a file of another owner or with other links, text, another program's database
+  /// ("KODD:kodd:NotARepository"), a truncated file ("sqldb:ssdb:Corrupt").
+  ///
+  /// \param location  path of the file, UTF-8
+  Database(std::string location, const OpenOptions& options);
+  /// Rolls back what is open, checkpoints and closes; never throws.
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  /// Looks at a file without changing a byte of it. \throws "sqldb:ssdb:Corrupt" for a database
+  /// that is damaged, "IOError" when it cannot be read.
+  static FileKind identify(const std::string& location, std::int32_t applicationId);
+
+  const std::string& location() const { return location_; }
+
+  /// The statement for this text, prepared once and kept; bound to nothing.
+  Statement statement(std::string_view sql);
+  /// Runs statements of our own that return nothing (several, separated by ';').
+  void execute(std::string_view sql);
+  /// Runs one statement of somebody else's. Attempts to change how the file is journalled,
+  /// locked or mapped are declined without an error, ATTACH and extensions with one.
+  void executeStatement(const std::string& sql);
+  /// The first column of the first row as text; empty when there is none.
+  std::string queryText(std::string_view sql);
+
+  enum class Access { read, write };
+  /// Opens one blob of a row.
+  Blob blob(const std::string& table, const std::string& column, long long row, Access access);
+
+  /// Opens a level: a transaction when it is the outermost, a savepoint otherwise. A read unit
+  /// takes no lock; a write inside a stack that began as a read unit turns it into a writing
+  /// one. \throws "RepositoryBusy" when another writer does not finish in time, or at once when
+  /// this
+  ///         thread itself holds the write lock through another connection; no level is then
+  ///         open.
+  void beginUnit(Access access, std::string_view operation);
+  /// Ends the newest level and keeps its work. When this fails the level is rolled back and
+  /// closed.
+  void commitUnit();
+  /// Ends the newest level and undoes its work. Never throws.
+  void rollbackUnit() noexcept;
+  /// Number of open levels; 0 when every statement stands for itself.
+  int depth() const;
+  /// Whether the engine dropped the transaction under the open levels.
+  bool transactionLost() const;
+
+  void setLevelListener(LevelListener* listener);
+
+  /// Copies the log into the main file, so that the main file alone is whole. Waits for the
+  /// write lock; returns false when readers kept part of it in the log.
+  bool checkpoint();
+  /// Gives at most `pages` free pages back to the disk. Does nothing inside a unit.
+  void releaseFreePages(int pages);
+  /// The engine's own check of the whole file; empty when it found nothing, else its findings.
+  std::vector<std::string> integrityProblems();
+
+  /// Marks this connection as the living owner of an instance for as long as it is open.
+  void holdInstance(long long instanceID);
+  void releaseInstance(long long instanceID);
+  /// Whether some process holds the instance.
+  bool isInstanceAlive(long long instanceID) const;
+
+  using TraceCallback = std::function<void(std::string_view sql)>;
+  using ProfileCallback = std::function<void(std::string_view sql, std::uint64_t nanoseconds)>;
+  void setTraceCallback(TraceCallback callback);
+  void setProfileCallback(ProfileCallback callback);
+
+ private:
+  friend class Statement;
+  friend class Blob;
+  struct Impl;
+
+  std::string location_;
+  std::unique_ptr<Impl> impl_;
+};
+
+/// A unit of work for a scope: undone unless committed.
+class Unit {
+ public:
+  Unit(Database& database, Database::Access access, std::string_view operation)
+      : database_(database) {
+    database_.beginUnit(access, operation);
+  }
+  ~Unit() {
+    if (open_) database_.rollbackUnit();
+  }
+  Unit(const Unit&) = delete;
+  Unit& operator=(const Unit&) = delete;
+
+  void commit() {
+    open_ = false;  // a failed commit has closed the level as well
+    database_.commitUnit();
+  }
+
+ private:
+  Database& database_;
+  bool open_ = true;
+};
+
+/// Moves a file that cannot be opened, with its side files, into a new folder
+/// `<location>.quarantine-<date>-<pid>` beside it; only when nobody has it open.
+/// \returns the folder, or an empty string when somebody lives on the file (nothing is moved
+/// then)
+std::string quarantine(const std::string& location);
+
+/// Deletes a repository file with its side files, except the lock file. A missing file is no
+/// error.
+void removeFile(const std::string& location);
+
+}  // namespace sqldb
