@@ -1,0 +1,16 @@
+// What kind of process this is.
+#pragma once
+
+#include <string>
+
+namespace host {
+
+/// Whether this process computes for another one, as a worker of a farm: the environment
+/// variable VELA_WORKER is set to anything but "" or "0".
+bool isWorkerMode();
+
+/// The account that batch jobs run under: VELA_BATCH_ACCOUNT, else "velabatch". Such jobs never
+/// use the shared repository.
+std::string batchAccountName();
+
+}  // namespace host

@@ -1,0 +1,54 @@
+// Kernel locks on files: freed by the kernel when their holder dies, so none can be left
+// behind.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace host {
+
+enum class LockKind { shared, exclusive };
+
+/// A file opened for locking byte ranges of it; the bytes need not exist.
+///
+/// Locks belong to this object: two objects on one file exclude each other, in one process as
+/// in two. The file is created with mode 0600 where it is absent, never followed through a
+/// symbolic link and never deleted. Threads: the calls are independent of each other; the
+/// object itself is not guarded.
+class FileLock {
+ public:
+  /// \param path  UTF-8. \throws "KODD:kodd:IOError" when the file cannot be opened
+  explicit FileLock(const std::string& path);
+  /// Frees every lock.
+  ~FileLock();
+  FileLock(FileLock&& other) noexcept;
+  FileLock& operator=(FileLock&&) = delete;
+
+  /// Locks one byte unless somebody else stands in the way.
+  bool tryLock(std::uint64_t offset, LockKind kind);
+  /// tryLock again and again, at first every few ten microseconds, until `timeout` is over.
+  bool lockWithin(std::uint64_t offset, LockKind kind, std::chrono::milliseconds timeout);
+  void unlock(std::uint64_t offset) noexcept;
+  /// Whether somebody else holds a lock on the byte.
+  bool isHeldByAnother(std::uint64_t offset) const;
+  /// In a forked child: closes the inherited descriptor, which leaves the parent's locks alone.
+  void closeAfterFork() noexcept;
+
+ private:
+  std::string path_;
+  int descriptor_ = -1;
+};
+
+/// A machine-wide lock of this user by name, for the scope of the object.
+class NamedLock {
+ public:
+  /// Waits for the lock. \throws "KODD:kodd:RepositoryBusy" after `timeout`
+  explicit NamedLock(const std::string& name,
+                     std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+ private:
+  FileLock file_;
+};
+
+}  // namespace host

@@ -1,0 +1,25 @@
+// Where things are: the installation, temporary files, the user's name.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace host {
+
+/// The folder of the installation's data: the environment variable VELA_ROOT, else `share/vela`
+/// in the parent of the folder that holds this library or program.
+std::filesystem::path rootDirectory();
+
+/// TMPDIR when that is a folder, else the system's own; never throws.
+std::filesystem::path systemTempDirectory();
+
+/// A fresh file name in the temporary directory, reserved by an empty file of mode 0600.
+/// \throws "KODD:kodd:IOError" when none can be made
+std::filesystem::path reserveTemporaryName(std::string_view prefix, std::string_view extension);
+
+/// The user's name, fit for a file name: USER, else the name of the account, else its number;
+/// only letters, digits, '.', '_' and '-' are kept.
+std::string userName();
+
+}  // namespace host

@@ -1,0 +1,16 @@
+#include "ko_register/coremodulefactory.h"
+
+namespace vela {
+
+NexCoreModuleMap& NexCoreModuleFactory::moduleMap() const {
+  static NexCoreModuleMap map(loadsOnDemand_);
+  return map;
+}
+
+void* NexCoreModuleFactory::invokeFactory(const std::string& moduleName) {
+  NexCoreModuleMap& map = moduleMap();
+  const std::lock_guard lock(map.criticalSection());
+  return map.loadAndInvokeFactory(moduleName);
+}
+
+}  // namespace vela
