@@ -1,0 +1,43 @@
+// `vela check`: whether the file is whole.
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "objects/set.h"
+#include "tools/vela/context.h"
+#include "tools/vela/repositories.h"
+#include "tools/vela/runview.h"
+#include "tools/vela/terminal.h"
+
+namespace vela::tool {
+namespace {
+
+ExitCode check(const Context& context) {
+  Repository repository = Repository::openForReading(context);
+  kodiag::util::diagnostics diag;
+  const std::vector<std::string> problems =
+      repository.manager().repository().integrityProblems(diag);
+  diag.raiseIfAny();
+  const bool whole = problems.empty();
+  if (context.json) {
+    std::cout << jsonText(
+        {{"file", repository.location()}, {"whole", whole}, {"problems", problems}});
+  } else {
+    for (const std::string& problem : problems) std::cout << problem << "\n";
+    if (!context.quiet || !whole) {
+      std::cout << repository.location()
+                << (whole ? " is whole." : " is damaged; the lines above say where.") << "\n";
+    }
+  }
+  return whole ? kDone : kFailed;
+}
+
+}  // namespace
+
+void addCheckCommand(CLI::App& app, Context& context) {
+  CLI::App* const command = app.add_subcommand(
+      "check", "Check every stored byte; exit code 2 when the file is damaged");
+  addCommonOptions(*command, context);
+  command->callback([&context] { context.command = [&context] { return check(context); }; });
+}
+
+}  // namespace vela::tool

@@ -1,0 +1,18 @@
+#include "tools/vela/context.h"
+
+namespace vela::tool {
+
+void addCommonOptions(CLI::App& command, Context& context) {
+  command
+      .add_option("-r,--repository,--into", context.repository,
+                  "Repository file (.dmr); default: your shared repository")
+      ->envname("VELA_REPOSITORY")
+      ->type_name("FILE");
+  command.add_flag("--json", context.json, "Print the result as JSON");
+  command.add_flag("-q,--quiet", context.quiet, "No progress and no words, errors only");
+  command.add_flag(
+      "--durable", context.durable,
+      "Committed work survives a power cut too (slower; or VELA_DURABILITY=durable)");
+}
+
+}  // namespace vela::tool

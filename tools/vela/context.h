@@ -1,0 +1,38 @@
+// What every command knows: where to work, how to speak, how it ended.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <functional>
+#include <string>
+
+namespace vela::tool {
+
+/// How the command ends; the numbers are a promise to scripts.
+enum ExitCode : int {
+  kDone = 0,
+  kDifferent = 1,  ///< compared, and outside the tolerances
+  kFailed = 2,     ///< usage or operation failed, nothing was changed
+  kLoss = 3,       ///< done, but something in the input could not be read
+};
+
+struct Context {
+  std::string repository;  ///< path of the file; empty: the user's shared repository
+  bool json = false;
+  bool quiet = false;
+  bool durable = false;
+  /// What the chosen subcommand does; set while the command line is read.
+  std::function<ExitCode()> command;
+};
+
+/// Adds the options every command takes.
+void addCommonOptions(CLI::App& command, Context& context);
+
+void addImportCommand(CLI::App& app, Context& context);
+void addListCommand(CLI::App& app, Context& context);
+void addInfoCommand(CLI::App& app, Context& context);
+void addCatCommand(CLI::App& app, Context& context);
+void addRemoveCommand(CLI::App& app, Context& context);
+void addCheckCommand(CLI::App& app, Context& context);
+void addCompletionCommand(CLI::App& app, Context& context);
+
+}  // namespace vela::tool

@@ -1,0 +1,64 @@
+// The command `vela`: reads the command line, runs one subcommand, turns failures into one
+// clear sentence and an exit code.
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <exception>
+
+#include "kodiag/diagnostics.h"
+#include "tools/vela/context.h"
+#include "tools/vela/terminal.h"
+#include "tools/vela/version.h"
+
+namespace vela::tool {
+namespace {
+
+constexpr const char* kIntroduction =
+    "Keeps simulation runs and recordings in one repository file and reads them back.\n\n"
+    "  vela import out.raw --into lab.dmr     read a recording into a repository\n"
+    "  vela ls -r lab.dmr                     list its runs\n"
+    "  vela ls 256 -r lab.dmr                 list the signals of run 256\n"
+    "  vela cat 'v(out)' --from 1e-3 --to 2e-3 -r lab.dmr   print a range as CSV\n\n"
+    "Without --repository (or VELA_REPOSITORY) it works on your shared repository.";
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 done, 1 compared and different, 2 usage or operation failed,\n"
+    "3 done but something in the input could not be read.\n"
+    "Data goes to standard output, words and progress to standard error; NO_COLOR is honoured.";
+
+ExitCode run(int argc, char** argv) {
+  Context context;
+  CLI::App app{kIntroduction, "vela"};
+  app.footer(kExitCodes);
+  app.set_version_flag("--version", std::string("vela ") + kVersion);
+  app.require_subcommand(1);
+  addImportCommand(app, context);
+  addListCommand(app, context);
+  addInfoCommand(app, context);
+  addCatCommand(app, context);
+  addRemoveCommand(app, context);
+  addCheckCommand(app, context);
+  addCompletionCommand(app, context);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kDone : kFailed;
+  }
+  if (context.durable) setenv("VELA_DURABILITY", "durable", 1);
+  return context.command();
+}
+
+}  // namespace
+}  // namespace vela::tool
+
+int main(int argc, char** argv) {
+  using namespace vela::tool;
+  try {
+    return run(argc, argv);
+  } catch (const kodiag::except::ExceptionWithCauses& error) {
+    complain(error.innermost().textWithCauses());
+  } catch (const std::exception& error) {
+    complain(error.what());
+  }
+  return kFailed;
+}

@@ -1,0 +1,64 @@
+#include "tools/vela/repositories.h"
+
+#include <filesystem>
+
+#include "kodiag/message.h"
+#include "text/utf8.h"
+#include "velainstance.h"
+
+namespace vela::tool {
+namespace {
+
+std::wstring locationOf(const Context& context) {
+  return context.repository.empty() ? ObjectManager::persistentDMRPath()
+                                    : text::toWide(context.repository);
+}
+
+void refuseWhatIsNoRepository(const std::wstring& location) {
+  kodiag::util::diagnostics diag;
+  ObjectManager::checkFile(location, diag);
+  diag.raiseIfAny();
+}
+
+void requireFile(const std::wstring& location) {
+  const std::string path = text::toUtf8(location);
+  if (std::filesystem::symlink_status(path).type() == std::filesystem::file_type::not_found) {
+    kodiag::raise({"VELA:vela", "NoRepository"}, {{"Location", path}});
+  }
+}
+
+// A manager of its own keeps instance ID 0: it sees the runs of every session and enters no row
+// of its own in the instance table.
+std::unique_ptr<ObjectManager> opened(const std::wstring& location) {
+  refuseWhatIsNoRepository(location);
+  auto manager = std::make_unique<ObjectManager>(location);
+  manager->initializeObjectManager({}, {});
+  kodiag::util::diagnostics diag;
+  manager->repository().metamodel(diag);
+  diag.raiseIfAny();
+  return manager;
+}
+
+}  // namespace
+
+Repository Repository::openForReading(const Context& context) {
+  const std::wstring location = locationOf(context);
+  requireFile(location);
+  return Repository(opened(location));
+}
+
+Repository Repository::openForChanging(const Context& context) {
+  return openForReading(context);
+}
+
+Repository Repository::openForWriting(const Context& context) {
+  if (!context.repository.empty()) return Repository(opened(locationOf(context)));
+  refuseWhatIsNoRepository(locationOf(context));
+  return Repository(VelaInstance::getInstance().getObjectManager({}, {}));
+}
+
+std::string Repository::location() const {
+  return text::toUtf8(manager_->getDatabaseLocation());
+}
+
+}  // namespace vela::tool

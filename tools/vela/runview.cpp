@@ -1,0 +1,105 @@
+#include "tools/vela/runview.h"
+
+#include <cmath>
+#include <ctime>
+#include <map>
+
+#include "objects/strings.h"
+#include "text/numbers.h"
+#include "text/utf8.h"
+
+namespace vela::tool {
+namespace {
+
+struct ValueText {
+  std::string operator()(const std::string& value) const { return value; }
+  std::string operator()(const std::wstring& value) const { return text::toUtf8(value); }
+  std::string operator()(double value) const { return text::shortest(value); }
+  std::string operator()(long long value) const { return std::to_string(value); }
+  std::string operator()(int value) const { return std::to_string(value); }
+  template <class Other>
+  std::string operator()(const Other&) const {
+    return {};
+  }
+};
+
+int parentOf(const ObjectRef& signal) {
+  return signal.getPropertyInt32(strings::FK_Parent);
+}
+
+}  // namespace
+
+std::string metadataText(const Set& run, const char* name) {
+  return std::visit(ValueText{}, run.getMetaData(name).value);
+}
+
+std::pair<std::string, std::string> axisOf(const Set* run) {
+  const std::string name = run ? metadataText(*run, kAxisName) : "";
+  if (name.empty()) return {"time", "s"};
+  return {name, metadataText(*run, kAxisUnit)};
+}
+
+std::string labelled(const std::string& name, const std::string& unit) {
+  return unit.empty() ? name : name + " [" + unit + "]";
+}
+
+SignalView viewOf(const Signal& signal, int depth) {
+  SignalView view;
+  view.id = signal.getID();
+  view.depth = depth;
+  view.name = text::toUtf8(signal.getName());
+  view.unit = text::toUtf8(signal.getUnits());
+  view.extent = signal.getExtent();
+  if (view.extent.samples > 0) view.type = signal.getDataTypeLabel();
+  return view;
+}
+
+std::vector<SignalView> signalTree(ObjectManager& manager, const Set& run) {
+  std::vector<SignalView> views;
+  manager.inReadUnit([&] {
+    boost::ptr_vector<ObjectRef> objects;
+    run.getAllSignals(Set::SignalQueryType::all, objects);
+    std::multimap<int, const ObjectRef*> byParent;
+    for (const ObjectRef& object : objects) byParent.emplace(parentOf(object), &object);
+
+    const auto add = [&](auto& self, int parent, int depth) -> void {
+      const auto [first, last] = byParent.equal_range(parent);
+      for (auto child = first; child != last; ++child) {
+        views.push_back(viewOf(Signal(child->second->clone()), depth));
+        self(self, child->second->getObjectID(), depth + 1);
+      }
+    };
+    add(add, 0, 0);
+  });
+  return views;
+}
+
+std::vector<std::unique_ptr<Signal>> leavesOf(ObjectManager& manager, const Signal& signal) {
+  boost::ptr_vector<ObjectRef> children;
+  signal.getChildren(children);
+  std::vector<std::unique_ptr<Signal>> leaves;
+  if (children.empty()) leaves.push_back(Signal::getSignalFromID(manager, signal.getID()));
+  for (const ObjectRef& child : children) {
+    for (auto& leaf : leavesOf(manager, Signal(child.clone())))
+      leaves.push_back(std::move(leaf));
+  }
+  return leaves;
+}
+
+std::string dateText(double posixSeconds) {
+  const auto seconds = static_cast<std::time_t>(posixSeconds);
+  std::tm local = {};
+  char text[32];
+  if (!std::isfinite(posixSeconds) || !localtime_r(&seconds, &local)) return {};
+  return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local));
+}
+
+std::string jsonText(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+Json jsonNumber(double value) {
+  return std::isfinite(value) ? Json(value) : Json(nullptr);
+}
+
+}  // namespace vela::tool

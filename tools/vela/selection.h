@@ -1,0 +1,22 @@
+// Finds the run or signal a person means.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "objects/set.h"
+#include "objects/signal.h"
+
+namespace vela::tool {
+
+/// The visible run of any session with that ID or, when the words are no number, that display
+/// name. \throws "VELA:vela:NoSuchRun" or "VELA:vela:AmbiguousRun" naming the candidates
+boost::shared_ptr<Set> findRun(ObjectManager& manager, const std::string& words);
+
+/// The signal with that ID or name, in visible runs or in the one given.
+/// \param run  empty: any
+/// \throws "VELA:vela:NoSuchSignal" or "VELA:vela:AmbiguousSignal" naming the runs
+std::unique_ptr<Signal> findSignal(ObjectManager& manager, const std::string& words,
+                                   const std::string& run);
+
+}  // namespace vela::tool

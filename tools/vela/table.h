@@ -1,0 +1,33 @@
+// Aligned columns for people.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vela::tool {
+
+/// Rows of text in columns as wide as their widest cell, two blanks between them.
+class Table {
+ public:
+  enum class Align { left, right };
+  struct Column {
+    std::string title;
+    Align align = Align::left;
+  };
+
+  explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+  /// One cell per column.
+  void addRow(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  /// Titles and rows, each line ended; trailing blanks cut.
+  std::string str() const;
+
+ private:
+  std::vector<Column> columns_;
+  std::vector<std::vector<std::string>> rows_;
+};
+
+/// Text for one cell or line: control characters, which could steer a terminal, become '?'.
+std::string printable(std::string text);
+
+}  // namespace vela::tool
