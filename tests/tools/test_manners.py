@@ -1,0 +1,140 @@
+"""How the command behaves: exit codes, refusals, what goes where."""
+
+import hashlib
+import os
+import sqlite3
+import subprocess
+import time
+
+import pytest
+
+
+def fingerprint(folder):
+    return {str(path.relative_to(folder)): hashlib.sha256(path.read_bytes()).hexdigest() if path.is_file() else "folder"
+            for path in sorted(folder.rglob("*"))}
+
+
+def make_text(path, vela, drive):
+    path.write_text("not a repository\n" * 100)
+
+
+def make_foreign(path, vela, drive):
+    with sqlite3.connect(path) as database:
+        database.execute("CREATE TABLE t(x)")
+    database.close()
+
+
+def make_foreign_wal(path, vela, drive):
+    database = sqlite3.connect(path)
+    database.execute("PRAGMA journal_mode=WAL")
+    database.execute("CREATE TABLE t(x)")
+    database.commit()
+    database.close()
+
+
+def make_folder(path, vela, drive):
+    path.mkdir()
+
+
+def make_truncated(path, vela, drive):
+    vela("import", drive, "--into", path)
+    path.write_bytes(path.read_bytes()[:-40_000])
+
+
+def make_garbled(path, vela, drive):
+    vela("import", drive, "--into", path)
+    data = bytearray(path.read_bytes())
+    data[0:64] = os.urandom(64)
+    path.write_bytes(data)
+
+
+@pytest.mark.parametrize("make", [make_text, make_foreign, make_foreign_wal, make_folder, make_truncated, make_garbled])
+def test_what_is_no_repository_is_refused_at_once_and_left_alone(vela, drive, tmp_path, make):
+    home = tmp_path / "home"
+    home.mkdir()
+    make(home / "x.dmr", vela, drive)
+    for side in home.glob("x.dmr-*"):
+        side.unlink()
+    before = fingerprint(home)
+    for words in (["ls"], ["info"], ["cat", "speed"], ["check"], ["rm", "1", "--yes"], ["import", drive]):
+        start = time.monotonic()
+        done = vela(*words, "-r", home / "x.dmr", status=2)
+        assert time.monotonic() - start < 3
+        assert "x.dmr" in done.stderr and done.stderr.startswith("vela: ")
+        assert done.stdout == ""
+        assert fingerprint(home) == before, words
+
+
+def test_a_broken_page_is_found_by_check(vela, drive, tmp_path):
+    vela("import", drive, "--into", "x.dmr")
+    data = bytearray((tmp_path / "x.dmr").read_bytes())
+    middle = len(data) // 2 // 16384 * 16384
+    data[middle:middle + 64] = b"\xff" * 64
+    (tmp_path / "x.dmr").write_bytes(data)
+    done = vela("check", "-r", "x.dmr", status=2)
+    assert "damaged" in done.stdout + done.stderr
+
+
+def test_a_failing_import_leaves_nothing(vela, drive, tmp_path):
+    vela("import", drive, "--into", "lab.dmr")
+    before = vela.json("info", "-r", "lab.dmr")
+    (tmp_path / "broken.csv").write_text("time,a\n0,1\n1,2\n0.5,3\n")
+    done = vela("import", drive, "broken.csv", "--into", "lab.dmr", status=2)
+    assert "broken.csv" in done.stderr and "4" in done.stderr
+    after = vela.json("info", "-r", "lab.dmr")
+    assert (after["runs"], after["signals"]) == (before["runs"], before["signals"])
+    vela("import", "broken.csv", "--into", "fresh.dmr", status=2)
+    assert not (tmp_path / "fresh.dmr").exists()
+
+
+def test_exit_codes_tell_how_it_ended(vela, drive, tmp_path):
+    (tmp_path / "ragged.csv").write_text("time,a\n0,1\n1\n2,3\n")
+    done = vela("import", "ragged.csv", "--into", "lab.dmr", status=3)
+    assert "ragged.csv:3" in done.stderr
+    vela("import", drive, "--dry-run", "--into", "dry.dmr")
+    assert not (tmp_path / "dry.dmr").exists()
+    for words in ([], ["nonsense"], ["cat"], ["import", "missing.csv"], ["ls", "-r", "missing.dmr"],
+                  ["cat", "nothing", "-r", "lab.dmr"], ["ls", "nothing", "-r", "lab.dmr"],
+                  ["rm", "99", "--yes", "-r", "lab.dmr"]):
+        assert vela(*words, status=2).stdout == ""
+    assert not (tmp_path / "missing.dmr").exists()
+    for words in (["--help"], ["--version"], ["cat", "--help"], ["import", "--help"]):
+        assert vela(*words).stdout
+
+
+def test_words_go_to_standard_error_and_quiet_silences_them(vela, drive):
+    done = vela("import", drive, "--into", "lab.dmr")
+    assert "imported 1 run" in done.stderr and "\033" not in done.stderr and "\r" not in done.stderr
+    assert vela("import", drive, "--into", "lab.dmr", "--quiet").stderr == ""
+    assert vela("ls", "-r", "lab.dmr").stderr == ""
+
+
+def test_the_repository_can_come_from_the_environment(vela, drive):
+    vela.environment["VELA_REPOSITORY"] = "lab.dmr"
+    vela("import", drive)
+    assert len(vela.json("ls")) == 1
+    assert (vela.folder / "lab.dmr").exists()
+
+
+def test_durability_is_checked(vela, drive):
+    vela("import", drive, "--into", "lab.dmr", "--durable")
+    vela.environment["VELA_DURABILITY"] = "sometimes"
+    assert "sometimes" in vela("ls", "-r", "lab.dmr", status=2).stderr
+
+
+def test_the_completion_script_completes(vela):
+    script = vela("completion", "bash").stdout
+    done = subprocess.run(
+        ["bash", "-c", script + "\nCOMP_WORDS=(vela im); COMP_CWORD=1; _vela; echo ${COMPREPLY[@]}"
+         "\nCOMP_WORDS=(vela cat --fr); COMP_CWORD=2; _vela; echo ${COMPREPLY[@]}"],
+        capture_output=True, text=True, check=True)
+    assert done.stdout.split() == ["import", "--from"]
+
+
+def test_a_bar_is_drawn_on_a_terminal_only(vela, tmp_path):
+    rows = "".join(f"{i},{i}\n" for i in range(300_000))
+    (tmp_path / "long.csv").write_text("time,a\n" + rows)
+    command = f"{os.environ['VELA']} import long.csv --into lab.dmr"
+    done = subprocess.run(["script", "-qec", command, "/dev/null"], cwd=tmp_path, env=vela.environment,
+                          capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=60)
+    assert "importing long.csv" in done.stdout and " of 4.8 MB" in done.stdout
