@@ -31,6 +31,8 @@ class Blob {
  private:
   friend class Database;
   Blob(Database& database, sqlite3_blob* handle);
+  void refuseBeyondEnd(std::uint64_t offset, std::uint64_t length, const char* operation) const;
+  void check(int code, const char* operation) const;
 
   Database* database_;
   sqlite3_blob* handle_;

@@ -58,8 +58,10 @@ class LevelListener {
 /// a statement that writes is a unit of its own.
 ///
 /// Threads: not synchronised; the owner serialises calls. After fork() the child's copy refuses
-/// every call with "ForkedProcess" and never touches the file.
-/// Errors: every call throws ExceptionWithCauses with the ID of error.h unless said otherwise.
+/// every call with "ForkedProcess" and never touches the file; the child may open the file anew
+/// when the parent's connection rested at the moment of the fork (no unit, statement or blob of
+/// it alive), and is refused with "ForkedProcess" otherwise. Errors: every call throws
+/// ExceptionWithCauses with the ID of error.h unless said otherwise.
 class Database {
  public:
   /// Opens or creates the file. Refuses, without changing a byte of it: a directory, a symbolic
@@ -83,14 +85,17 @@ class Database {
   Statement statement(std::string_view sql);
   /// Runs statements of our own that return nothing (several, separated by ';').
   void execute(std::string_view sql);
-  /// Runs one statement of somebody else's. Attempts to change how the file is journalled,
-  /// locked or mapped are declined without an error, ATTACH and extensions with one.
+  /// Runs one statement of somebody else's, rows dropped. Pragmas that would change how the
+  /// file is journalled, locked, mapped or laid out do nothing, without an error, and so does
+  /// "PRAGMA synchronous" when the repository is durable. ATTACH, extensions and statements
+  /// that begin or end transactions are refused with one.
   void executeStatement(const std::string& sql);
   /// The first column of the first row as text; empty when there is none.
   std::string queryText(std::string_view sql);
 
   enum class Access { read, write };
-  /// Opens one blob of a row.
+  /// Opens one blob of a row. Writing in place needs an open unit ("NoTransaction" without
+  /// one): there must be somebody to hear of a commit that fails.
   Blob blob(const std::string& table, const std::string& column, long long row, Access access);
 
   /// Opens a level: a transaction when it is the outermost, a savepoint otherwise. A read unit

@@ -11,6 +11,7 @@ struct sqlite3_stmt;
 namespace sqldb {
 
 class Database;
+struct CachedStatement;
 
 /// A prepared statement for the time of one use. Goes back to the cache, reset and cleared,
 /// when destroyed; a result row's text and blobs are valid until the next step() or that
@@ -51,11 +52,12 @@ class Statement {
 
  private:
   friend class Database;
-  Statement(Database& database, sqlite3_stmt* handle, bool writes);
+  Statement(Database& database, std::string_view sql);
+  void check(int code) const;
 
   Database* database_;
+  CachedStatement* entry_;
   sqlite3_stmt* handle_;
-  bool writes_;
   bool holdsWriteLock_ = false;
 };
 

@@ -1,0 +1,207 @@
+#include "sqldb/connection.h"
+
+#include <sqlite3.h>
+
+#include <limits>
+#include <system_error>
+#include <thread>
+
+#include "kodiag/diagnostics.h"
+#include "sqldb/error.h"
+
+namespace sqldb {
+namespace {
+
+constexpr std::size_t kTextInMessages = 200;
+
+/// Twice the length at which the log is copied: cutting it shorter at every new start would
+/// cost a third of all writing, since its blocks are then allocated again and again.
+constexpr const char* kLogLimit = "PRAGMA journal_size_limit = 33554432";
+
+constexpr const char* kControlTexts[] = {"BEGIN",           "BEGIN IMMEDIATE", "COMMIT",
+                                         "ROLLBACK",        "SAVEPOINT unit",  "RELEASE unit",
+                                         "ROLLBACK TO unit"};
+
+}  // namespace
+
+Connection::Connection(const std::string& path, const OpenOptions& options, File file)
+    : path_(path) {
+  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
+                    SQLITE_OPEN_EXRESCODE;
+  const int code = sqlite3_open_v2(path.c_str(), &handle_, flags, nullptr);
+  try {
+    if (code != SQLITE_OK) raise(code, "open");
+    if (sqlite3_db_readonly(handle_, "main") != 0) {
+      raise({SQLITE_READONLY, "no permission to write"}, "open");
+    }
+    configure();
+    prepareControls();
+    if (file == File::fresh) layOut(options.applicationId);
+    run(options.durability == Durability::durable ? "PRAGMA synchronous = NORMAL"
+                                                  : "PRAGMA synchronous = OFF");
+  } catch (...) {
+    close();
+    throw;
+  }
+}
+
+Connection::~Connection() {
+  close();
+}
+
+void Connection::configure() {
+  sqlite3_busy_timeout(handle_, kEngineWaitMilliseconds);
+  set(SQLITE_DBCONFIG_DEFENSIVE, 1);
+  set(SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0);
+  set(SQLITE_DBCONFIG_ENABLE_TRIGGER, 0);
+  set(SQLITE_DBCONFIG_ENABLE_VIEW, 0);
+  set(SQLITE_DBCONFIG_DQS_DML, 0);
+  set(SQLITE_DBCONFIG_DQS_DDL, 0);
+  set(SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1);
+  sqlite3_limit(handle_, SQLITE_LIMIT_ATTACHED, 0);
+  int keepLog = 1;
+  check(sqlite3_file_control(handle_, "main", SQLITE_FCNTL_PERSIST_WAL, &keepLog), "open");
+  for (const char* pragma :
+       {"PRAGMA cell_size_check = ON", "PRAGMA mmap_size = 0", "PRAGMA secure_delete = OFF",
+        "PRAGMA cache_size = -16384", kLogLimit, "PRAGMA wal_autocheckpoint = 0"}) {
+    run(pragma);
+  }
+}
+
+void Connection::prepareControls() {
+  for (std::size_t i = 0; i < controls_.size(); ++i) {
+    controls_[i] = prepareOnly(kControlTexts[i], true);
+  }
+}
+
+void Connection::layOut(std::int32_t applicationId) {
+  run("PRAGMA page_size = 16384");
+  run("PRAGMA auto_vacuum = INCREMENTAL");
+  run("PRAGMA application_id = " + std::to_string(applicationId));
+}
+
+void Connection::set(int option, int value) {
+  check(sqlite3_db_config(handle_, option, value, nullptr), "open");
+}
+
+void Connection::check(int code, std::string_view operation) {
+  if (code != SQLITE_OK) raise(code, operation);
+}
+
+bool Connection::usesLog() {
+  return queryText("PRAGMA journal_mode") == "wal";
+}
+
+void Connection::turnOnLog(std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  for (;;) {
+    try {
+      if (queryText("PRAGMA journal_mode = WAL") == "wal") return;
+      break;
+    } catch (const kodiag::except::ExceptionWithCauses& e) {
+      // The engine answers "busy" here without waiting when another process opens at the same
+      // time.
+      const bool busy = e.message().id.key == "RepositoryBusy";
+      if (!busy || std::chrono::steady_clock::now() >= deadline) throw;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  if (queryText("PRAGMA journal_mode = PERSIST") != "persist") {
+    raise({SQLITE_CANTOPEN, "it can be opened neither with a log nor with a journal"}, "open");
+  }
+}
+
+sqlite3_stmt* Connection::prepare(std::string_view sql, bool keep, std::string_view& rest) {
+  if (sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    raise({SQLITE_TOOBIG, "the statement is too long"}, "prepare");
+  }
+  sqlite3_stmt* statement = nullptr;
+  const char* tail = nullptr;
+  const int code = sqlite3_prepare_v3(handle_, sql.data(), static_cast<int>(sql.size()),
+                                      keep ? SQLITE_PREPARE_PERSISTENT : 0U, &statement, &tail);
+  if (code != SQLITE_OK)
+    raise(code, "prepare \"" + std::string(sql.substr(0, kTextInMessages)) + "\"");
+  rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
+  return statement;
+}
+
+sqlite3_stmt* Connection::prepareOnly(std::string_view sql, bool keep) {
+  std::string_view rest;
+  sqlite3_stmt* statement = prepare(sql, keep, rest);
+  if (statement == nullptr || rest.find_first_not_of(" \t\r\n;") != std::string_view::npos) {
+    sqlite3_finalize(statement);
+    raise({SQLITE_MISUSE, "not exactly one statement"}, sql.substr(0, kTextInMessages));
+  }
+  return statement;
+}
+
+void Connection::run(const std::string& sql) {
+  queryText(sql);
+}
+
+std::string Connection::queryText(const std::string& sql) {
+  std::string_view rest;
+  sqlite3_stmt* statement = prepare(sql, false, rest);
+  std::string text;
+  const int code = sqlite3_step(statement);
+  if (code == SQLITE_ROW) {
+    const auto* first = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+    if (first != nullptr) text = first;
+  }
+  const Failure found = failure(code);
+  sqlite3_finalize(statement);
+  if (code != SQLITE_ROW && code != SQLITE_DONE) raise(found, sql);
+  return text;
+}
+
+int Connection::control(Control which) {
+  sqlite3_stmt* statement = controls_[static_cast<std::size_t>(which)];
+  const int code = sqlite3_step(statement);
+  sqlite3_reset(statement);  // repeats the code of the step
+  return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+bool Connection::inTransaction() const {
+  return sqlite3_get_autocommit(handle_) == 0;
+}
+
+bool Connection::findMoved() {
+  int moved = 0;
+  if (sqlite3_file_control(handle_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK) {
+    moved_ = moved_ || moved != 0;
+  }
+  return moved_;
+}
+
+void Connection::raiseMoved(std::string_view operation) {
+  raise({SQLITE_READONLY_DBMOVED, "its path leads to another file or to none"}, operation);
+}
+
+Failure Connection::failure(int code) const {
+  Failure failure{code, handle_ == nullptr ? sqlite3_errstr(code) : sqlite3_errmsg(handle_)};
+  const int kind = code & 0xff;
+  if (handle_ != nullptr && (kind == SQLITE_IOERR || kind == SQLITE_CANTOPEN)) {
+    if (const int errnoValue = sqlite3_system_errno(handle_); errnoValue != 0) {
+      failure.text += ": " + std::generic_category().message(errnoValue);
+    }
+  }
+  return failure;
+}
+
+void Connection::raise(const Failure& failure, std::string_view operation) {
+  if (failure.code == SQLITE_READONLY_DBMOVED) moved_ = true;
+  throw kodiag::except::ExceptionWithCauses(
+      errorMessage(failure.code, operation, path_, failure.text));
+}
+
+void Connection::close() noexcept {
+  if (handle_ == nullptr) return;
+  for (sqlite3_stmt*& each : controls_) {
+    sqlite3_finalize(each);
+    each = nullptr;
+  }
+  sqlite3_close_v2(handle_);
+  handle_ = nullptr;
+}
+
+}  // namespace sqldb

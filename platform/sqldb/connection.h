@@ -1,0 +1,97 @@
+// The engine's handle to one file, opened and set up the one way this system uses it.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "sqldb/database.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace sqldb {
+
+/// What went wrong, kept while the engine is called again to clean up.
+struct Failure {
+  int code = 0;
+  std::string text;
+};
+
+/// The statements that open and end transactions and savepoints.
+enum class Control {
+  begin,
+  beginImmediate,
+  commit,
+  rollback,
+  savepoint,
+  release,
+  rollbackToSavepoint
+};
+
+class Connection {
+ public:
+  enum class File { fresh, existing };
+
+  /// Only foreign tools and the engine's own recovery can make us wait inside the engine.
+  static constexpr int kEngineWaitMilliseconds = 5000;
+
+  /// Opens the handle; `fresh` lays out an empty file first, for which the caller holds the
+  /// write lock. \param path  absolute, without links
+  Connection(const std::string& path, const OpenOptions& options, File file);
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  sqlite3* handle() const { return handle_; }
+  const std::string& path() const { return path_; }
+
+  /// Whether changes go to a write-ahead log, so that readers and one writer do not meet.
+  bool usesLog();
+  /// Turns the write-ahead log on where the file system can do it; the caller holds the write
+  /// lock.
+  void turnOnLog(std::chrono::milliseconds timeout);
+
+  /// Prepares the first statement of `sql`. \returns nothing when there is none left
+  /// \param rest  set to what follows it
+  sqlite3_stmt* prepare(std::string_view sql, bool keep, std::string_view& rest);
+  /// Prepares text that must be exactly one statement.
+  sqlite3_stmt* prepareOnly(std::string_view sql, bool keep);
+  void run(const std::string& sql);
+  std::string queryText(const std::string& sql);
+  /// Runs a control statement. \returns the engine's code
+  int control(Control which);
+
+  bool inTransaction() const;
+  /// Looks whether the path still leads to the open file, and remembers when it does not.
+  bool findMoved();
+  bool wasMoved() const { return moved_; }
+  [[noreturn]] void raiseMoved(std::string_view operation);
+
+  Failure failure(int code) const;
+  [[noreturn]] void raise(const Failure& failure, std::string_view operation);
+  [[noreturn]] void raise(int code, std::string_view operation) {
+    raise(failure(code), operation);
+  }
+
+  /// Closes the handle; all statements but the control ones must be gone.
+  void close() noexcept;
+  /// Forgets the handle without touching the file.
+  void leak() noexcept { handle_ = nullptr; }
+
+ private:
+  void prepareControls();
+  void configure();
+  void layOut(std::int32_t applicationId);
+  void set(int option, int value);
+  void check(int code, std::string_view operation);
+
+  std::string path_;
+  sqlite3* handle_ = nullptr;
+  std::array<sqlite3_stmt*, 7> controls_{};
+  bool moved_ = false;
+};
+
+}  // namespace sqldb

@@ -1,0 +1,162 @@
+#include "sqldb/database.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+
+#include "kodiag/diagnostics.h"
+#include "sqldb/databaseimpl.h"
+
+namespace sqldb {
+namespace {
+
+constexpr int kReadersWaitMilliseconds = 500;
+
+}  // namespace
+
+Database::Database(std::string location, const OpenOptions& options)
+    : location_(std::move(location)), impl_(std::make_unique<Impl>(location_, options)) {}
+
+Database::~Database() = default;
+
+FileKind Database::identify(const std::string& location, std::int32_t applicationId) {
+  return inspectFile(resolvedPath(location), applicationId).kind;
+}
+
+Statement Database::statement(std::string_view sql) {
+  impl_->refuseUnlessUsable("prepare");
+  return Statement(*this, sql);
+}
+
+void Database::execute(std::string_view sql) {
+  impl_->refuseUnlessUsable("execute");
+  const UseScope use(impl_->uses);
+  while (!sql.empty()) {
+    if (sqlite3_stmt* handle = impl_->connection.prepare(sql, false, sql)) {
+      impl_->runToEnd(handle);
+    }
+  }
+}
+
+void Database::executeStatement(const std::string& sql) {
+  impl_->refuseUnlessUsable("executeStatement");
+  const UseScope use(impl_->uses);
+  impl_->runToEnd([&] {
+    const ForeignStatementGuard::Scope foreign(impl_->foreignStatements);
+    return impl_->connection.prepareOnly(sql, false);
+  }());
+}
+
+std::string Database::queryText(std::string_view sql) {
+  Statement query = statement(sql);
+  if (!query.step() || query.isNull(0)) return {};
+  return std::string(query.text(0));
+}
+
+Blob Database::blob(const std::string& table, const std::string& column, long long row,
+                    Access access) {
+  impl_->refuseUnlessUsable("open blob");
+  if (access == Access::write) {
+    if (depth() == 0) {
+      kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", "write a blob in place"}});
+    }
+    impl_->levels.prepareWrite();
+  }
+  sqlite3_blob* handle = nullptr;
+  const int code =
+      sqlite3_blob_open(impl_->connection.handle(), "main", table.c_str(), column.c_str(), row,
+                        access == Access::write ? 1 : 0, &handle);
+  if (code != SQLITE_OK) {
+    impl_->fail(impl_->connection.failure(code), "open blob " + table + "." + column);
+  }
+  return Blob(*this, handle);
+}
+
+void Database::beginUnit(Access access, std::string_view operation) {
+  impl_->refuseUnlessUsable(operation);
+  impl_->levels.begin(access, operation);
+  UseScope::add(impl_->uses, 1);
+}
+
+void Database::commitUnit() {
+  if (impl_->forked) impl_->refuseUnlessUsable("commit");
+  const int before = depth();
+  struct CountLevels {
+    ~CountLevels() { UseScope::add(impl.uses, impl.levels.depth() - before); }
+    Impl& impl;
+    int before;
+  } count{*impl_, before};
+  impl_->levels.commit();
+}
+
+void Database::rollbackUnit() noexcept {
+  if (depth() == 0) return;
+  impl_->levels.rollback();
+  UseScope::add(impl_->uses, -1);
+}
+
+int Database::depth() const {
+  return impl_->levels.depth();
+}
+
+bool Database::transactionLost() const {
+  return impl_->levels.lost();
+}
+
+void Database::setLevelListener(LevelListener* listener) {
+  impl_->levels.setListener(listener);
+}
+
+bool Database::checkpoint() {
+  impl_->refuseUnlessUsable("checkpoint");
+  if (depth() > 0) {
+    kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", "checkpoint"}});
+  }
+  const UseScope use(impl_->uses);
+  const WriteTurnScope turn(impl_->turn, "checkpoint");
+  return impl_->turn.log().copyAll(kReadersWaitMilliseconds);
+}
+
+void Database::releaseFreePages(int pages) {
+  if (depth() > 0) return;
+  execute("PRAGMA incremental_vacuum(" + std::to_string(pages) + ")");
+}
+
+std::vector<std::string> Database::integrityProblems() {
+  std::vector<std::string> problems;
+  try {
+    Statement check = statement("PRAGMA integrity_check");
+    while (check.step()) problems.emplace_back(check.text(0));
+  } catch (const kodiag::except::ExceptionWithCauses& e) {
+    if (e.message().id.key != "Corrupt") throw;
+    problems.emplace_back(e.what());
+  }
+  if (problems == std::vector<std::string>{"ok"}) problems.clear();
+  return problems;
+}
+
+void Database::holdInstance(long long instanceID) {
+  impl_->refuseUnlessUsable("hold instance");
+  impl_->lock.holdInstance(instanceID);
+}
+
+void Database::releaseInstance(long long instanceID) {
+  if (!impl_->forked) impl_->lock.releaseInstance(instanceID);
+}
+
+bool Database::isInstanceAlive(long long instanceID) const {
+  impl_->refuseUnlessUsable("look for instance");
+  return impl_->lock.isInstanceAlive(instanceID);
+}
+
+void Database::setTraceCallback(TraceCallback callback) {
+  impl_->refuseUnlessUsable("trace");
+  impl_->tracing.setTrace(std::move(callback));
+}
+
+void Database::setProfileCallback(ProfileCallback callback) {
+  impl_->refuseUnlessUsable("profile");
+  impl_->tracing.setProfile(std::move(callback));
+}
+
+}  // namespace sqldb

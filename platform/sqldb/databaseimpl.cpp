@@ -1,0 +1,146 @@
+#include "sqldb/databaseimpl.h"
+
+#include <sqlite3.h>
+
+#include "kodiag/message.h"
+
+namespace sqldb {
+namespace {
+
+/// Closing must not hang on another process's long unit; what stays in the log is safe there.
+constexpr std::chrono::milliseconds kClosingWait{1000};
+constexpr int kClosingReadersWaitMilliseconds = 50;
+
+}  // namespace
+
+Database::Impl::Impl(const std::string& location, const OpenOptions& options)
+    : file(openFile(location, options)),
+      connection(*file.connection),
+      lock(*file.lock),
+      turn(connection, lock, options.busyTimeout),
+      levels(connection, turn),
+      cache(connection),
+      foreignStatements(connection, options.durability),
+      tracing(connection) {
+  joinForks(*this);
+}
+
+Database::Impl::~Impl() {
+  leaveForks(*this);
+  if (forked) {
+    if (!makeWayInChild(file.identity)) {
+      markUnusableAfterFork(file.identity);
+      connection.leak();
+    }
+    return;
+  }
+  rollbackAll();
+  copyLogOnClosing();
+  cache.clear();
+  touchFiles(file.path);
+}
+
+void Database::Impl::copyLogOnClosing() noexcept {
+  if (connection.wasMoved()) return;
+  try {
+    const auto wait = turn.log().hasWritten() ? kClosingWait : std::chrono::milliseconds(0);
+    if (!turn.takeWithin(wait, "close")) return;
+    try {
+      turn.log().copyAll(kClosingReadersWaitMilliseconds);
+    } catch (...) {
+      turn.give();
+      throw;
+    }
+    turn.give();
+  } catch (const std::exception&) {
+    // The log keeps what could not be copied; the next one to open the file finds it there.
+  }
+}
+
+void Database::Impl::refuseUnlessUsable(std::string_view operation) {
+  if (forked) {
+    kodiag::raise({"KODD:kodd", "ForkedProcess"},
+                  {{"Operation", std::string(operation)}, {"Location", file.path}});
+  }
+  if (connection.wasMoved()) connection.raiseMoved(operation);
+  levels.refuseWhenLost(operation);
+}
+
+bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
+  refuseUnlessUsable("statement");
+  if (writes && !holdsTurn) {
+    if (levels.depth() > 0) {
+      levels.prepareWrite();
+    } else {
+      turn.take(sqlite3_sql(handle));
+      holdsTurn = true;
+    }
+  }
+  const int code = sqlite3_step(handle);
+  if (code == SQLITE_ROW) return true;
+  if (code == SQLITE_DONE) {
+    endTurn(holdsTurn);
+    return false;
+  }
+  const Failure failure = connection.failure(code);
+  sqlite3_reset(handle);
+  endTurn(holdsTurn);
+  fail(failure, describe(handle));
+}
+
+void Database::Impl::endTurn(bool& holdsTurn) noexcept {
+  if (!holdsTurn) return;
+  holdsTurn = false;
+  turn.give();
+}
+
+void Database::Impl::fail(const Failure& failure, std::string_view operation) {
+  levels.noteFailure(failure);
+  connection.raise(failure, operation);
+}
+
+void Database::Impl::runToEnd(sqlite3_stmt* handle) {
+  struct Finalize {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+  };
+  const std::unique_ptr<sqlite3_stmt, Finalize> statement(handle);
+  bool holdsTurn = false;
+  while (step(handle, sqlite3_stmt_readonly(handle) == 0, holdsTurn)) {
+  }
+}
+
+std::string Database::Impl::describe(sqlite3_stmt* handle) const {
+  constexpr std::size_t kEnoughToKnowIt = 60;
+  const std::string_view sql = sqlite3_sql(handle);
+  const std::string_view unit = levels.operation();
+  std::string text(unit.empty() ? "statement" : unit);
+  text.append(" [").append(sql.substr(0, kEnoughToKnowIt)).append("]");
+  return text;
+}
+
+void Database::Impl::rollbackAll() noexcept {
+  while (levels.depth() > 0) levels.rollback();
+}
+
+void Database::Impl::prepareFork() noexcept {
+  restedAtFork = !forked && uses.load(std::memory_order_relaxed) == 0;
+}
+
+void Database::Impl::abandonInChild() noexcept {
+  forked = true;
+  lock.closeAfterFork();
+  levels.forget();
+}
+
+bool Database::Impl::makeWayInChild(FileIdentity wanted) noexcept {
+  if (!forked || wanted != file.identity) return true;
+  if (connection.handle() == nullptr) return true;
+  if (!restedAtFork) return false;
+  // No transaction was open and no call under way, the log stays and no checkpoint is made on
+  // closing: this gives back memory and descriptors and writes nothing.
+  cache.clear();
+  connection.close();
+  return true;
+}
+
+}  // namespace sqldb

@@ -1,0 +1,159 @@
+#include "sqldb/levels.h"
+
+#include <sqlite3.h>
+
+#include "kodiag/message.h"
+
+namespace sqldb {
+
+void Levels::begin(Database::Access access, std::string_view operation) {
+  refuseWhenLost(operation);
+  if (depth_ == 0) {
+    beginOutermost(access, operation);
+  } else if (access == Database::Access::write && !writing_) {
+    turnIntoWriting(operation);
+  }
+  push(operation);
+  if (listener_ != nullptr) listener_->levelOpened();
+}
+
+void Levels::beginOutermost(Database::Access access, std::string_view operation) {
+  if (access == Database::Access::read) {
+    if (const int code = connection_.control(Control::begin); code != SQLITE_OK) {
+      connection_.raise(code, operation);
+    }
+    return;
+  }
+  turn_.take(operation);
+  if (const int code = connection_.control(Control::beginImmediate); code != SQLITE_OK) {
+    const Failure failure = connection_.failure(code);
+    turn_.give();
+    connection_.raise(failure, operation);
+  }
+  writing_ = true;
+}
+
+void Levels::turnIntoWriting(std::string_view operation) {
+  turn_.take(operation);
+  // What was read may be older than the newest commit, and nothing can be written on top of
+  // that. Nothing has been written yet, so the transaction can be ended and begun anew.
+  int code = connection_.control(Control::commit);
+  if (code == SQLITE_OK) code = connection_.control(Control::beginImmediate);
+  if (code == SQLITE_OK) {
+    writing_ = true;
+    return;
+  }
+  const Failure failure = connection_.failure(code);
+  turn_.give();
+  if (!connection_.inTransaction()) {
+    if (connection_.control(Control::begin) != SQLITE_OK) noteFailure(failure);
+  }
+  connection_.raise(failure, operation);
+}
+
+void Levels::prepareWrite() {
+  if (!writing_) turnIntoWriting(operation());
+  while (!innermostIsSavepoint()) {
+    if (const int code = connection_.control(Control::savepoint); code != SQLITE_OK) {
+      const Failure failure = connection_.failure(code);
+      noteFailure(failure);
+      connection_.raise(failure, operation());
+    }
+    ++savepoints_;
+  }
+}
+
+void Levels::commit() {
+  if (depth_ == 0) {
+    kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", "commit"}});
+  }
+  Failure failure;
+  if (!lost_) {
+    int code = SQLITE_OK;
+    if (isOutermost()) {
+      code = connection_.control(Control::commit);
+    } else if (innermostIsSavepoint()) {
+      code = connection_.control(Control::release);
+      if (code == SQLITE_OK) --savepoints_;
+    }
+    if (code == SQLITE_OK) {
+      pop();
+      if (listener_ != nullptr) listener_->levelCommitted();
+      return;
+    }
+    failure = connection_.failure(code);
+    noteFailure(failure);
+  }
+
+  const std::string operationName(operation());
+  const bool wasLostBefore = failure.code == SQLITE_OK;
+  const std::string reason = lostReason_;
+  rollback();
+  if (!wasLostBefore) connection_.raise(failure, operationName);
+  kodiag::raise({"KODD:kodd", "TransactionLost"},
+                {{"Operation", operationName}, {"Reason", reason}});
+}
+
+void Levels::rollback() noexcept {
+  if (depth_ == 0) return;
+  if (connection_.inTransaction()) undoInnermost();
+  pop();
+  if (listener_ != nullptr) listener_->levelRolledBack();
+}
+
+void Levels::undoInnermost() noexcept {
+  if (isOutermost()) {
+    connection_.control(Control::rollback);
+  } else if (innermostIsSavepoint()) {
+    int code = connection_.control(Control::rollbackToSavepoint);
+    if (code == SQLITE_OK) code = connection_.control(Control::release);
+    // A level that cannot be undone alone takes the whole transaction with it.
+    if (code != SQLITE_OK) {
+      const Failure failure = connection_.failure(code);
+      connection_.control(Control::rollback);
+      noteFailure(failure);
+    }
+    --savepoints_;
+  }
+}
+
+void Levels::noteFailure(const Failure& failure) {
+  if (depth_ == 0 || lost_ || connection_.inTransaction()) return;
+  lost_ = true;
+  lostReason_ = failure.text;
+}
+
+void Levels::refuseWhenLost(std::string_view operation) const {
+  if (!lost_) return;
+  kodiag::raise({"KODD:kodd", "TransactionLost"},
+                {{"Operation", std::string(operation)}, {"Reason", lostReason_}});
+}
+
+std::string_view Levels::operation() const {
+  return depth_ == 0 ? std::string_view{} : std::string_view{operations_[depth_ - 1]};
+}
+
+void Levels::push(std::string_view operation) {
+  if (operations_.size() == depth_) operations_.emplace_back();
+  operations_[depth_].assign(operation);
+  ++depth_;
+}
+
+void Levels::pop() noexcept {
+  --depth_;
+  if (depth_ > 0) return;
+  if (writing_) turn_.give();
+  writing_ = false;
+  savepoints_ = 0;
+  lost_ = false;
+  lostReason_.clear();
+}
+
+void Levels::forget() noexcept {
+  depth_ = 0;
+  savepoints_ = 0;
+  writing_ = false;
+  lost_ = false;
+}
+
+}  // namespace sqldb

@@ -1,0 +1,93 @@
+#include "sqldb/processstate.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <vector>
+
+namespace sqldb {
+namespace {
+
+struct ProcessState {
+  std::mutex mutex;
+  std::vector<ForkParticipant*> participants;
+  std::vector<FileIdentity> unusableFiles;
+  std::map<FileIdentity, std::thread::id> writers;
+};
+
+// Leaked on purpose: connections that other objects with static storage own may outlive any
+// destructor here, and fork handlers cannot be taken back.
+ProcessState& state() {
+  static ProcessState& instance = *new ProcessState;
+  return instance;
+}
+
+void beforeFork() {
+  state().mutex.lock();
+  for (ForkParticipant* each : state().participants) each->prepareFork();
+}
+
+void afterForkInParent() {
+  state().mutex.unlock();
+}
+
+void afterForkInChild() {
+  // The one thread of the child may carry the number of a thread that held a lock in the
+  // parent.
+  state().writers.clear();
+  for (ForkParticipant* each : state().participants) each->abandonInChild();
+  state().mutex.unlock();
+}
+
+void installForkHandlers() {
+  static const int result = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
+  if (result != 0) throw std::bad_alloc();  // the only failure there is
+}
+
+}  // namespace
+
+void joinForks(ForkParticipant& participant) {
+  installForkHandlers();
+  const std::lock_guard guard(state().mutex);
+  state().participants.push_back(&participant);
+}
+
+void leaveForks(ForkParticipant& participant) noexcept {
+  const std::lock_guard guard(state().mutex);
+  std::erase(state().participants, &participant);
+}
+
+void markUnusableAfterFork(FileIdentity file) {
+  const std::lock_guard guard(state().mutex);
+  state().unusableFiles.push_back(file);
+}
+
+bool clearInheritedHandles(FileIdentity file) {
+  const std::lock_guard guard(state().mutex);
+  const auto& unusable = state().unusableFiles;
+  if (std::find(unusable.begin(), unusable.end(), file) != unusable.end()) return false;
+  return std::all_of(state().participants.begin(), state().participants.end(),
+                     [&](ForkParticipant* each) { return each->makeWayInChild(file); });
+}
+
+bool isWrittenByThisThread(FileIdentity lockFile) {
+  const std::lock_guard guard(state().mutex);
+  const auto found = state().writers.find(lockFile);
+  return found != state().writers.end() && found->second == std::this_thread::get_id();
+}
+
+void setWriter(FileIdentity lockFile) {
+  const std::lock_guard guard(state().mutex);
+  state().writers[lockFile] = std::this_thread::get_id();
+}
+
+void clearWriter(FileIdentity lockFile) noexcept {
+  const std::lock_guard guard(state().mutex);
+  state().writers.erase(lockFile);
+}
+
+}  // namespace sqldb

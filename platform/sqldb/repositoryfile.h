@@ -1,0 +1,60 @@
+// What lies at the path of a repository, learnt without changing it.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "sqldb/database.h"
+
+namespace sqldb {
+
+/// A file as the kernel names it; equal for two paths that lead to the same file.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  auto operator<=>(const FileIdentity&) const = default;
+};
+
+/// The files that stand beside a repository.
+inline constexpr const char* kLogSuffix = "-wal";
+inline constexpr const char* kIndexSuffix = "-shm";
+inline constexpr const char* kJournalSuffix = "-journal";
+inline constexpr const char* kLockSuffix = "-lock";
+
+/// The absolute path with links in its folders resolved; a link in the last place stays as it
+/// is.
+std::string resolvedPath(const std::string& location);
+
+/// Nothing when the path leads nowhere.
+std::optional<FileIdentity> fileIdentity(const std::string& path);
+
+struct Finding {
+  FileKind kind;
+  /// Why the file is foreign, for the message; empty otherwise.
+  std::string reason;
+};
+
+/// Looks at the file through the engine, without locks, logs or recovery, so that nothing
+/// changes. \throws as Database::identify
+Finding inspectFile(const std::string& path, std::int32_t applicationId);
+
+/// Creates an empty file that only its owner can read. \returns false when there is one already
+bool createEmptyFile(const std::string& path);
+
+/// Sets the times of the file and of those beside it to now, for cleaners that go by age.
+void touchFiles(const std::string& path) noexcept;
+
+/// Deletes a file. \returns false when there was none  \throws "IOError" when it cannot be
+/// deleted
+bool deleteFile(const std::string& path);
+
+/// Deletes the log, its index and the journal of a repository.
+void deleteSideFiles(const std::string& path);
+
+/// Throws "IOError" with the text of `errnoValue`.
+[[noreturn]] void raiseSystemError(int errnoValue, const char* operation,
+                                   const std::string& path);
+
+}  // namespace sqldb

@@ -1,0 +1,129 @@
+#include "sqldb/repositorylock.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "kodiag/message.h"
+#include "sqldb/processstate.h"
+
+namespace sqldb {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using host::LockKind;
+
+// Bytes of the lock file. // Stored; never renumber.
+constexpr std::uint64_t kWriteByte = 0;
+constexpr std::uint64_t kPresenceByte = 1;
+constexpr std::uint64_t kQueueByte = 2;
+constexpr std::uint64_t kFirstInstanceByte = 16;
+
+/// How long the head of the queue may keep others from trying the write lock themselves: a
+/// stopped process at the head must not stop everybody.
+constexpr std::chrono::milliseconds kQueueCourtesy{20};
+
+std::uint64_t instanceByte(long long instanceID) {
+  // Offsets end where signed 64-bit numbers end.
+  constexpr auto kPlaces =
+      static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) - kFirstInstanceByte;
+  return kFirstInstanceByte + static_cast<std::uint64_t>(instanceID) % kPlaces;
+}
+
+}  // namespace
+
+RepositoryLock::RepositoryLock(const std::string& path, Milliseconds timeout)
+    : path_(path), file_(path + kLockSuffix) {
+  if (!file_.lockWithin(kPresenceByte, LockKind::shared, timeout)) {
+    raiseBusy("open", "it is being moved away");
+  }
+  identity_ = fileIdentity(path + kLockSuffix).value_or(FileIdentity{});
+}
+
+RepositoryLock::~RepositoryLock() {
+  // Freed one by one: a child forked a moment ago may still have the descriptor, which keeps
+  // alive whatever is not freed before it is closed.
+  if (writeDepth_ > 0) {
+    writeDepth_ = 1;
+    releaseWrite();
+  }
+  for (const std::uint64_t byte : instanceBytes_) file_.unlock(byte);
+  file_.unlock(kPresenceByte);
+}
+
+void RepositoryLock::acquireWrite(std::string_view operation, Milliseconds timeout) {
+  if (writeDepth_ == 0 && isWrittenByThisThread(identity_)) {
+    raiseBusy(operation, "this thread is writing to it through another connection");
+  }
+  if (!tryAcquireWrite(timeout)) {
+    raiseBusy(operation, "it did not end within " + std::to_string(timeout.count()) + " ms");
+  }
+}
+
+bool RepositoryLock::tryAcquireWrite(Milliseconds timeout) {
+  if (writeDepth_ == 0) {
+    if (isWrittenByThisThread(identity_) || !waitForWrite(timeout)) return false;
+    setWriter(identity_);
+  }
+  ++writeDepth_;
+  return true;
+}
+
+bool RepositoryLock::waitForWrite(Milliseconds timeout) {
+  if (!file_.isHeldByAnother(kQueueByte) && file_.tryLock(kWriteByte, LockKind::exclusive)) {
+    return true;
+  }
+  // Whoever waits stands in a queue that everybody looks at before writing; without it, a
+  // process that writes in a tight loop would take the lock again long before a sleeper sees it
+  // free.
+  const auto deadline = Clock::now() + timeout;
+  const bool first =
+      file_.lockWithin(kQueueByte, LockKind::exclusive, std::min(timeout, kQueueCourtesy));
+  const auto rest = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now());
+  const bool taken = file_.lockWithin(kWriteByte, LockKind::exclusive, rest);
+  if (first) file_.unlock(kQueueByte);
+  return taken;
+}
+
+void RepositoryLock::releaseWrite() noexcept {
+  if (--writeDepth_ > 0) return;
+  clearWriter(identity_);
+  file_.unlock(kWriteByte);
+}
+
+void RepositoryLock::holdInstance(long long instanceID) {
+  const std::uint64_t byte = instanceByte(instanceID);
+  if (!file_.tryLock(byte, LockKind::exclusive)) {
+    raiseBusy("hold instance " + std::to_string(instanceID), "another process holds it");
+  }
+  instanceBytes_.insert(byte);
+}
+
+void RepositoryLock::releaseInstance(long long instanceID) {
+  const std::uint64_t byte = instanceByte(instanceID);
+  if (instanceBytes_.erase(byte) > 0) file_.unlock(byte);
+}
+
+bool RepositoryLock::isInstanceAlive(long long instanceID) const {
+  const std::uint64_t byte = instanceByte(instanceID);
+  return instanceBytes_.contains(byte) || file_.isHeldByAnother(byte);
+}
+
+void RepositoryLock::closeAfterFork() noexcept {
+  file_.closeAfterFork();
+  writeDepth_ = 0;
+}
+
+void RepositoryLock::raiseBusy(std::string_view operation, const std::string& reason) const {
+  kodiag::raise(
+      {"KODD:kodd", "RepositoryBusy"},
+      {{"Operation", std::string(operation)}, {"Location", path_}, {"Reason", reason}});
+}
+
+ExclusivePresence::ExclusivePresence(const std::string& path)
+    : file_(path + kLockSuffix), granted_(file_.tryLock(kPresenceByte, LockKind::exclusive)) {}
+
+ExclusivePresence::~ExclusivePresence() {
+  file_.unlock(kPresenceByte);
+}
+
+}  // namespace sqldb
