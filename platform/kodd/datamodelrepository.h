@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/function.hpp>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -89,6 +90,7 @@ class DataModelRepository {
 
    private:
     std::shared_ptr<Session> session_;
+    unsigned long long ticket_ = 0;  ///< which read unit it keeps open; 0 when none
   };
 
   /// Number of open units of work.

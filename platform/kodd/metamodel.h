@@ -36,8 +36,8 @@ struct PropertyInfo {
   const ClassInfo* target =
       nullptr;  ///< reference, link, collection; null for a link to any class
   const PropertyInfo* via =
-      nullptr;         ///< collection: the target's property that names the parent
-  std::string column;  ///< name of its column; empty for a collection
+      nullptr;          ///< collection: the target's property that names the parent
+  bool hidden = false;  ///< added for a collection without `via`; not among the names listed
 };
 
 struct IndexInfo {
@@ -51,7 +51,6 @@ struct ClassInfo {
   std::string name;
   const PackageInfo* package = nullptr;
   int index = 0;  ///< position among all classes of the schema
-  std::string table;
   std::vector<std::unique_ptr<PropertyInfo>> properties;
   std::vector<IndexInfo> indexes;
   std::unordered_map<std::string_view, const PropertyInfo*> byName;
@@ -80,6 +79,8 @@ class Metamodel {
 
  private:
   friend class SchemaBuilder;
+  Metamodel() = default;
+
   std::vector<std::unique_ptr<PackageInfo>> packages_;
   std::vector<const ClassInfo*> classes_;
   std::string fingerprint_;

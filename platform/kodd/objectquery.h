@@ -60,6 +60,9 @@ class ObjectQuery {
                      const boost::posix_time::ptime* value);
   void addConstraint(const PropertyRef& prop, PropertyValueMatchRelation relation,
                      const boost::uuids::uuid* value);
+  /// A value of any type that fits the property, as in MatchConstraints.
+  void addConstraint(const PropertyRef& prop, PropertyValueMatchRelation relation,
+                     const EntryValue* value);
   void addConstraint(const DisjunctionMatchConstraint& alternatives);
   /// Not empty / empty, for blobs.
   void addEmptyConstraint(const PropertyRef& prop, bool empty);

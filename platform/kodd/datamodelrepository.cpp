@@ -1,0 +1,309 @@
+#include "kodd/datamodelrepository.h"
+
+#include <cxxabi.h>
+
+#include <exception>
+#include <utility>
+
+#include "kodd/integrity.h"
+#include "kodd/objectselection.h"
+#include "kodd/objectvalue.h"
+#include "kodd/schemastore.h"
+#include "kodd/session.h"
+#include "kodiag/message.h"
+#include "text/utf8.h"
+
+namespace kodd {
+namespace {
+
+using kodiag::util::diagnostics;
+
+[[noreturn]] void raiseTransactionActive(const char* operation) {
+  kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", operation}});
+}
+
+[[noreturn]] void raiseNoTransaction(const char* operation) {
+  kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", operation}});
+}
+
+bool isInsideFunction(const Session& session) {
+  return session.isInside(UnitKind::dictionary) || session.isInside(UnitKind::readFunction);
+}
+
+/// A message that a unit of work failed, with the exception that is being handled as its cause.
+kodiag::Message failedUnit(const char* key, const std::string& reason) {
+  kodiag::Message message{{"KODD:kodd", key}, {{"Reason", reason}}, {}, nullptr};
+  message.original = std::current_exception();
+  return message;
+}
+
+/// Runs the function; whatever it throws ends up in the diagnostics, save the forced end of the
+/// thread, which passes.
+void callFunction(DictionaryFunction& fn, diagnostics& diag) {
+  if (fn.empty()) {
+    diag.add(failedUnit("DictFuncThrewStdException", "call to empty boost::function"));
+    return;
+  }
+  try {
+    fn(diag);
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const kodiag::except::ExceptionWithCauses& exception) {
+    kodiag::Message message = failedUnit("DictFuncThrewException", exception.message().text());
+    message.causes.push_back(exception.message());
+    diag.add(std::move(message));
+  } catch (const std::exception& exception) {
+    diag.add(failedUnit("DictFuncThrewStdException", exception.what()));
+  } catch (...) {
+    diag.add(failedUnit("DictFuncThrewStdException", "unknown exception"));
+  }
+}
+
+/// One unit around a caller's function: undone unless kept.
+class FunctionUnit {
+ public:
+  FunctionUnit(Session& session, sqldb::Database::Access access, UnitKind kind)
+      : session_(session) {
+    session_.database("unit of work");
+    session_.begin(access, kind, "unit of work");
+  }
+  ~FunctionUnit() {
+    // The function may have closed the repository, which ends every unit.
+    if (open_ && session_.isOpen()) session_.rollback();
+  }
+  FunctionUnit(const FunctionUnit&) = delete;
+  FunctionUnit& operator=(const FunctionUnit&) = delete;
+
+  void keep() {
+    open_ = false;
+    session_.database("unit of work");
+    session_.commit();
+  }
+
+ private:
+  Session& session_;
+  bool open_ = true;
+};
+
+void performFunction(const std::shared_ptr<Session>& session, sqldb::Database::Access access,
+                     UnitKind kind, DictionaryFunction& fn, diagnostics& diag) {
+  // Its own, so that errors from before do not undo good work.
+  diagnostics own;
+  perform(*session, "unit of work", own, [&] {
+    FunctionUnit unit(*session, access, kind);
+    callFunction(fn, own);
+    if (own.empty()) unit.keep();
+  });
+  diag.append(own);
+}
+
+}  // namespace
+
+DataModelRepository::DataModelRepository() : session_(std::make_shared<Session>()) {}
+
+DataModelRepository::~DataModelRepository() {
+  close();
+}
+
+void DataModelRepository::open(const std::wstring& file, const std::wstring& schemaFile,
+                               const Options& options, diagnostics& diag) {
+  const std::shared_ptr<Session> previous = session_;
+  perform(*previous, "open", diag, [&] {
+    if (isInsideFunction(*previous)) raiseTransactionActive("open");
+    previous->close();
+    session_ = std::make_shared<Session>(previous->hooks());
+  });
+  if (session_ == previous) return;
+  diagnostics failure;
+  perform(*session_, "open", failure,
+          [&] { session_->open(text::toUtf8(file), text::toUtf8(schemaFile), options); });
+  if (!failure.empty()) session_->rememberFailure(failure);
+  diag.append(failure);
+}
+
+void DataModelRepository::close() {
+  session_->close();
+}
+
+bool DataModelRepository::isOpen() const {
+  const std::scoped_lock lock(session_->mutex());
+  return session_->isOpen();
+}
+
+std::wstring DataModelRepository::location() const {
+  return text::toWide(session_->location());
+}
+
+MetamodelRef DataModelRepository::metamodel(diagnostics& diag) {
+  MetamodelRef model;
+  perform(*session_, "metamodel", diag, [&] {
+    session_->database("metamodel");
+    model = MetamodelRef(&session_->layout().model());
+  });
+  return model;
+}
+
+ObjectRef DataModelRepository::createObject(const ClassRef& cls, diagnostics& diag) {
+  ObjectRef object;
+  perform(*session_, "create an object", diag, [&] {
+    sqldb::Database& database = session_->database("create an object");
+    const ClassLayout& layout = session_->layout().of(cls);
+    const int id = session_->create(*cls.info(), [&](int next) {
+      sqldb::Statement insert = database.statement(layout.create);
+      insert.bind(1, next);
+      insert.run();
+    });
+    object = ObjectRef(session_, cls, id);
+  });
+  return object;
+}
+
+ObjectRef DataModelRepository::getObjectRef(int id, const ClassRef& cls, diagnostics& diag) {
+  ObjectRef object;
+  perform(*session_, "find an object", diag, [&] {
+    session_->database("find an object");
+    session_->layout().of(cls);
+    if (session_->exists(*cls.info(), id)) object = ObjectRef(session_, cls, id);
+  });
+  return object;
+}
+
+ObjectRef DataModelRepository::getObjectRef(int id, diagnostics& diag) {
+  ObjectRef object;
+  perform(*session_, "find an object", diag, [&] {
+    session_->database("find an object");
+    object = objectWithID(session_, id);
+  });
+  return object;
+}
+
+void DataModelRepository::findObjects(const ClassRef& cls, const MatchConstraints& constraints,
+                                      std::vector<ObjectRef>& results, diagnostics& diag) {
+  perform(*session_, "find objects", diag, [&] {
+    session_->database("find objects");
+    appendMatches(session_, cls, constraints, results);
+  });
+}
+
+long long DataModelRepository::countObjects(const Selection& selection, diagnostics& diag) {
+  long long count = 0;
+  perform(*session_, "count objects", diag, [&] {
+    sqldb::Database& database = session_->database("count objects");
+    const Layout& layout = session_->layout();
+    BoundSql sql{
+        "SELECT count(*) FROM " + tableAsSearched(layout, selection.cls()) + " WHERE ", {}, {}};
+    appendConditions(sql, layout, selection);
+    sqldb::Statement query = database.statement(sql.text);
+    sql.bind(query);
+    query.step();
+    count = query.int64(0);
+  });
+  return count;
+}
+
+void DataModelRepository::beginTransaction(diagnostics& diag) {
+  perform(*session_, "begin a transaction", diag, [&] {
+    session_->database("begin a transaction");
+    if (isInsideFunction(*session_) || session_->isInside(UnitKind::explicitTransaction)) {
+      raiseTransactionActive("begin a transaction");
+    }
+    // The transaction may outlive the scopes that are reading now.
+    session_->endReadScopes();
+    session_->begin(sqldb::Database::Access::write, UnitKind::explicitTransaction,
+                    "transaction");
+  });
+}
+
+void DataModelRepository::commitTransaction(diagnostics& diag) {
+  perform(*session_, "commit a transaction", diag, [&] {
+    session_->database("commit a transaction");
+    if (session_->innermost() != UnitKind::explicitTransaction) {
+      raiseNoTransaction("commit a transaction");
+    }
+    session_->commit();
+  });
+}
+
+void DataModelRepository::rollbackTransaction(diagnostics& diag) {
+  perform(*session_, "roll back a transaction", diag, [&] {
+    session_->database("roll back a transaction");
+    if (session_->innermost() != UnitKind::explicitTransaction) {
+      raiseNoTransaction("roll back a transaction");
+    }
+    session_->rollback();
+  });
+}
+
+void DataModelRepository::performDictionaryFunction(DictionaryFunction& fn, diagnostics& diag) {
+  performFunction(session_, sqldb::Database::Access::write, UnitKind::dictionary, fn, diag);
+}
+
+void DataModelRepository::performReadFunction(DictionaryFunction& fn, diagnostics& diag) {
+  performFunction(session_, sqldb::Database::Access::read, UnitKind::readFunction, fn, diag);
+}
+
+DataModelRepository::ReadScope::ReadScope(DataModelRepository& repository)
+    : session_(repository.session_) {
+  diagnostics ignored;  // what cannot be read will say so itself
+  perform(*session_, "read", ignored, [this] {
+    if (session_->isOpen()) ticket_ = session_->enterReadScope();
+  });
+}
+
+DataModelRepository::ReadScope::~ReadScope() {
+  const std::scoped_lock lock(session_->mutex());
+  if (ticket_ != 0 && session_->isOpen()) session_->leaveReadScope(ticket_);
+}
+
+int DataModelRepository::depth() const {
+  const std::scoped_lock lock(session_->mutex());
+  const sqldb::Database* database = session_->databaseIfOpen();
+  return database ? database->depth() : 0;
+}
+
+void DataModelRepository::setRollbackListener(boost::function<void(int level)> listener) {
+  const std::scoped_lock lock(session_->mutex());
+  session_->hooks().rollbackListener = std::move(listener);
+}
+
+void DataModelRepository::setTraceCallback(sqldb::Database::TraceCallback callback) {
+  const std::scoped_lock lock(session_->mutex());
+  session_->hooks().trace = std::move(callback);
+  session_->installHooks();
+}
+
+void DataModelRepository::setProfileCallback(sqldb::Database::ProfileCallback callback) {
+  const std::scoped_lock lock(session_->mutex());
+  session_->hooks().profile = std::move(callback);
+  session_->installHooks();
+}
+
+sqldb::Database* DataModelRepository::getDB() {
+  return session_->databaseIfOpen();
+}
+
+void DataModelRepository::checkFile(const std::wstring& file, diagnostics& diag) {
+  const Session none;
+  perform(none, "check a file", diag, [&] {
+    const std::string location = text::toUtf8(file);
+    if (sqldb::Database::identify(location, kApplicationId) != sqldb::FileKind::foreign) return;
+    kodiag::raise({"KODD:kodd", "NotARepository"},
+                  {{"Location", location}, {"Reason", "it was made by another program"}});
+  });
+}
+
+std::vector<std::string> DataModelRepository::integrityProblems(diagnostics& diag) {
+  std::vector<std::string> problems;
+  perform(*session_, "check the repository", diag, [&] {
+    problems =
+        findIntegrityProblems(session_->database("check the repository"), session_->layout());
+  });
+  return problems;
+}
+
+void DataModelRepository::checkpoint(diagnostics& diag) {
+  perform(*session_, "checkpoint", diag,
+          [&] { session_->database("checkpoint").checkpoint(); });
+}
+
+}  // namespace kodd

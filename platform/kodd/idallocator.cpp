@@ -1,0 +1,87 @@
+#include "kodd/idallocator.h"
+
+#include <algorithm>
+#include <cassert>
+
+#include "kodiag/message.h"
+
+namespace kodd {
+
+IdAllocator::IdAllocator(sqldb::Database& database, const Layout& layout)
+    : database_(database), layout_(layout), states_(layout.model().classes().size()) {}
+
+int IdAllocator::next(const ClassInfo& cls) const {
+  const State& current = state(cls);
+  assert(current.left > 0);
+  return current.block * kBlockSize + (kBlockSize - current.left);
+}
+
+void IdAllocator::take(const ClassInfo& cls) {
+  --state(cls).left;
+}
+
+void IdAllocator::reserve(const ClassInfo& cls) {
+  uncommitted_.reserve(uncommitted_.size() + 1);
+  if (!reclaimOrphan(cls)) {
+    const int block = freshBlock();
+    insertBlock(block, cls);
+    highestBlock_ = block;
+    state(cls) = {block, kBlockSize, 0};
+  }
+  const int block = state(cls).block;
+  uncommitted_.push_back({block, &cls});
+  classes_[block] = &cls;
+}
+
+bool IdAllocator::reclaimOrphan(const ClassInfo& cls) {
+  State& current = state(cls);
+  if (current.orphaned == 0 || !insertBlock(current.block, cls)) return false;
+  current.left = current.orphaned;
+  current.orphaned = 0;
+  return true;
+}
+
+bool IdAllocator::insertBlock(int block, const ClassInfo& cls) {
+  sqldb::Statement insert =
+      database_.statement("INSERT OR IGNORE INTO kodd_blocks(b,class) VALUES(?,?)");
+  insert.bind(1, block);
+  insert.bind(2, layout_.of(cls).number);
+  return insert.run() == 1;
+}
+
+int IdAllocator::freshBlock() const {
+  sqldb::Statement query = database_.statement("SELECT coalesce(max(b),0) FROM kodd_blocks");
+  query.step();
+  const long long stored = query.int64(0);
+  if (stored >= kLastBlock || highestBlock_ >= kLastBlock) {
+    kodiag::raise({"KODD:kodd", "OutOfIDs"}, {{"Location", database_.location()}});
+  }
+  return std::max(highestBlock_, static_cast<int>(stored)) + 1;
+}
+
+void IdAllocator::rolledBack(std::size_t mark) noexcept {
+  while (uncommitted_.size() > mark) {
+    const Reservation undone = uncommitted_.back();
+    uncommitted_.pop_back();
+    classes_.erase(undone.block);
+    State& current = state(*undone.cls);
+    // An earlier block of the same level was used up before.
+    if (current.block != undone.block) continue;
+    current.orphaned = current.left;
+    current.left = 0;
+  }
+}
+
+const ClassInfo* IdAllocator::classOf(int id) {
+  if (id < kBlockSize) return nullptr;
+  const int block = id / kBlockSize;
+  if (const auto known = classes_.find(block); known != classes_.end()) return known->second;
+  sqldb::Statement query = database_.statement("SELECT class FROM kodd_blocks WHERE b=?");
+  query.bind(1, block);
+  if (!query.step()) return nullptr;
+  const ClassInfo* cls = layout_.classNumbered(static_cast<int>(query.int64(0)));
+  classes_.emplace(block, cls);
+  return cls;
+}
+
+}  // namespace kodd

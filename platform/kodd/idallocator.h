@@ -1,0 +1,72 @@
+// Object IDs: unique over all classes of a file, never given twice, their class known from
+// them.
+#pragma once
+
+#include <cstddef>
+#include <unordered_map>
+#include <vector>
+
+#include "kodd/layout.h"
+#include "sqldb/database.h"
+
+namespace kodd {
+
+/// Hands out IDs from blocks of 256 that the file keeps per class: the ID is block * 256 + n.
+///
+/// A block belongs to the process that reserved it for as long as its session lives. An ID that
+/// was taken in a level that is later undone is not given again by this process; a block
+/// reserved in such a level is gone from the file and is reserved anew, under the same number
+/// when that is still free. So IDs of one class rise in the order of creation.
+class IdAllocator {
+ public:
+  static constexpr int kBlockSize = 256;      // Stored in every ID; never change.
+  static constexpr int kLastBlock = 8388607;  ///< its IDs are the last of 31 bits
+
+  IdAllocator(sqldb::Database& database, const Layout& layout);
+
+  /// Whether an ID of the class is at hand; else reserve() has to come first.
+  bool hasFree(const ClassInfo& cls) const { return state(cls).left > 0; }
+  /// Needs a writing unit. \throws "KODD:kodd:OutOfIDs"
+  void reserve(const ClassInfo& cls);
+  /// The next ID; the same one until take(). Needs hasFree().
+  int next(const ClassInfo& cls) const;
+  void take(const ClassInfo& cls);
+
+  /// The class an ID belongs to, whether or not there is such an object; null when none or one
+  /// that the schema does not know.
+  const ClassInfo* classOf(int id);
+
+  /// Which reservations are not committed yet: the mark of a level when it opens.
+  std::size_t mark() const { return uncommitted_.size(); }
+  /// Gives up the blocks reserved since the mark, which the file has forgotten.
+  void rolledBack(std::size_t mark) noexcept;
+  void committed() noexcept { uncommitted_.clear(); }
+
+ private:
+  struct State {
+    int block = 0;
+    int left = 0;      ///< IDs of `block` not given yet
+    int orphaned = 0;  ///< IDs left of `block` when its reservation was undone
+  };
+  struct Reservation {
+    int block;
+    const ClassInfo* cls;
+  };
+
+  const State& state(const ClassInfo& cls) const {
+    return states_[static_cast<std::size_t>(cls.index)];
+  }
+  State& state(const ClassInfo& cls) { return states_[static_cast<std::size_t>(cls.index)]; }
+  bool insertBlock(int block, const ClassInfo& cls);
+  bool reclaimOrphan(const ClassInfo& cls);
+  int freshBlock() const;
+
+  sqldb::Database& database_;
+  const Layout& layout_;
+  std::vector<State> states_;
+  std::unordered_map<int, const ClassInfo*> classes_;  ///< by block
+  std::vector<Reservation> uncommitted_;
+  int highestBlock_ = 0;  ///< ever reserved here, kept or not
+};
+
+}  // namespace kodd
