@@ -2,15 +2,19 @@
 
 #include <algorithm>
 #include <bit>
+#include <boost/multiprecision/cpp_int.hpp>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "kodiag/message.h"
 
 namespace fixedpoint {
 namespace {
+
+using boost::multiprecision::cpp_int;
 
 static_assert(std::endian::native == std::endian::little, "containers are read as they lie");
 
@@ -19,16 +23,29 @@ __extension__ using Signed128 = __int128;
 
 constexpr int kBits = 128;
 
+// Beyond this no stored integer and no slope of a double brings a number back into the range of
+// doubles, and none differs from one further out.
+constexpr int kLargestExponent = 5000;
+
+int boundedExponent(long long exponent) {
+  return static_cast<int>(std::clamp<long long>(exponent, -kLargestExponent, kLargestExponent));
+}
+
+[[noreturn]] void refuse(const std::string& reason) {
+  kodiag::raise({"nexstore:nex", "InvalidData"},
+                {{"Operation", "convert fixed-point values"}, {"Reason", reason}});
+}
+
 void checkType(const fxpDataTypeProp& type) {
   const bool fits = type.wordLength >= 1 && type.wordLength <= kBits &&
                     type.containerBytes >= 1 && type.containerBytes <= kBits / 8 &&
                     static_cast<std::size_t>(type.wordLength) <= 8 * type.containerBytes;
   if (!fits) {
-    kodiag::raise(
-        {"nexstore:nex", "InvalidData"},
-        {{"Operation", "convert fixed-point values"},
-         {"Reason", "a word of " + std::to_string(type.wordLength) + " bits does not fit " +
-                        std::to_string(type.containerBytes) + " bytes"}});
+    refuse("a word of " + std::to_string(type.wordLength) + " bits does not fit " +
+           std::to_string(type.containerBytes) + " bytes");
+  }
+  if (!std::isfinite(type.slopeAdjustment) || !std::isfinite(type.bias)) {
+    refuse("its slope or bias is not finite");
   }
 }
 
@@ -73,18 +90,57 @@ double scaledByPowerOfTwo(const Stored& stored, int exponent) {
   return stored.negative ? -value : value;
 }
 
+// An integer as mantissa x 2^exponent.
+struct Scaled {
+  cpp_int mantissa;
+  int exponent;
+};
+
+Scaled exactly(double value) {
+  constexpr int kDigits = std::numeric_limits<double>::digits;
+  int exponent = 0;
+  const double fraction = std::frexp(value, &exponent);
+  return {cpp_int(static_cast<std::int64_t>(std::ldexp(fraction, kDigits))),
+          exponent - kDigits};
+}
+
+double rounded(const Scaled& value) {
+  cpp_int magnitude = abs(value.mantissa);
+  if (magnitude == 0) return 0;
+  const int surplus = std::max(0, static_cast<int>(msb(magnitude)) + 1 - kBits);
+  const bool lost = surplus > 0 && static_cast<int>(lsb(magnitude)) < surplus;
+  magnitude >>= surplus;
+  const auto kept = static_cast<Unsigned128>(magnitude) | (lost ? 1 : 0);
+  return scaledByPowerOfTwo({value.mantissa < 0, kept}, value.exponent + surplus);
+}
+
+double slopeAndBiasExactly(const fxpDataTypeProp& type, const Stored& stored) {
+  Scaled product = exactly(type.slopeAdjustment);
+  product.exponent += boundedExponent(type.fixedExponent);
+  product.mantissa *= cpp_int(stored.magnitude) * (stored.negative ? -1 : 1);
+  const Scaled bias = exactly(type.bias);
+  const int exponent = std::min(product.exponent, bias.exponent);
+  const cpp_int sum = (product.mantissa << (product.exponent - exponent)) +
+                      (bias.mantissa << (bias.exponent - exponent));
+  return rounded({sum, exponent});
+}
+
 double slopeAndBias(const fxpDataTypeProp& type, const Stored& stored) {
-  const long double magnitude = static_cast<long double>(stored.magnitude);
-  const long double integer = stored.negative ? -magnitude : magnitude;
-  const long double slope =
-      std::ldexp(static_cast<long double>(type.slopeAdjustment), type.fixedExponent);
-  return static_cast<double>(std::fma(slope, integer, static_cast<long double>(type.bias)));
+  const double step = std::ldexp(type.slopeAdjustment, boundedExponent(type.fixedExponent));
+  // A multiply-add rounds once by itself when both factors are exact.
+  if (std::isnormal(step) &&
+      bitLength(stored.magnitude) <= std::numeric_limits<double>::digits) {
+    const auto magnitude = static_cast<double>(stored.magnitude);
+    return std::fma(step, stored.negative ? -magnitude : magnitude, type.bias);
+  }
+  return slopeAndBiasExactly(type, stored);
 }
 
 double realWorld(const fxpDataTypeProp& type, const Stored& stored) {
   switch (type.scaling) {
     case Scaling::binaryPoint:
-      return scaledByPowerOfTwo(stored, -type.fractionLength);
+      return scaledByPowerOfTwo(stored,
+                                boundedExponent(-static_cast<long long>(type.fractionLength)));
     case Scaling::slopeBias:
       return slopeAndBias(type, stored);
     case Scaling::unspecified:

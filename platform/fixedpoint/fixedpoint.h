@@ -37,7 +37,8 @@ std::size_t containerBytesFor(int wordLength);
 ///
 /// \param stored  shape (count), `type.containerBytes` apart, any alignment
 /// \param values  shape (count)
-/// \throws "nexstore:nex:InvalidData" for a type whose word does not fit its container
+/// \throws "nexstore:nex:InvalidData" for a type whose word does not fit its container or
+///         whose slope or bias is not finite
 void toReal(const fxpDataTypeProp& type, const void* stored, std::size_t count, double* values);
 
 }  // namespace fixedpoint

@@ -56,7 +56,8 @@ void requireCount(std::size_t count, std::size_t expected) {
 
 std::size_t byteCountOf(ArrayClass cls, std::size_t count) {
   const std::size_t each = elementBytes(cls);
-  if (each == 0) refuse("elements of class " + std::string(arrayClassName(cls)) + " are no numbers");
+  if (each == 0)
+    refuse("elements of class " + std::string(arrayClassName(cls)) + " are no numbers");
   std::size_t bytes = 0;
   if (__builtin_mul_overflow(count, each, &bytes)) refuse("its dimensions are too large");
   return bytes;
@@ -128,8 +129,7 @@ HostArray HostArray::numeric(ArrayClass cls, Dimensions dimensions,
 }
 
 HostArray HostArray::sharing(ArrayClass cls, Dimensions dimensions,
-                             std::shared_ptr<const std::byte> elements,
-                             std::size_t byteCount) {
+                             std::shared_ptr<const std::byte> elements, std::size_t byteCount) {
   const std::size_t count = elementCount(dimensions);
   const std::size_t expected = byteCountOf(cls, count);
   if (byteCount != expected) {
@@ -187,9 +187,9 @@ HostArray HostArray::structureArray(Dimensions dimensions, std::vector<std::stri
     refuse("its dimensions are too large");
   }
   requireCount(values.size(), expected);
-  return HostArray(std::make_shared<const Body>(
-      Body{ArrayClass::structure, std::move(dimensions), count,
-           Structure{std::move(names), std::move(values)}}));
+  return HostArray(
+      std::make_shared<const Body>(Body{ArrayClass::structure, std::move(dimensions), count,
+                                        Structure{std::move(names), std::move(values)}}));
 }
 
 ArrayClass HostArray::arrayClass() const {

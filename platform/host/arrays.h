@@ -41,10 +41,9 @@ std::size_t elementBytes(ArrayClass cls);
 using Dimensions = std::vector<std::size_t>;
 
 template <class T>
-concept ArrayElement =
-    std::is_arithmetic_v<T> && sizeof(T) <= 8 && !std::same_as<T, char> &&
-    !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> && !std::same_as<T, char16_t> &&
-    !std::same_as<T, char32_t>;
+concept ArrayElement = std::is_arithmetic_v<T> && sizeof(T) <= 8 && !std::same_as<T, char> &&
+                       !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> &&
+                       !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
 
 /// The class whose elements are of type T.
 template <ArrayElement T>
@@ -63,8 +62,8 @@ constexpr ArrayClass arrayClassOf() {
 /// An array value. Copies share the immutable elements.
 ///
 /// Threads: any number of readers.
-/// Errors of the reading members: "nexstore:nex:HostArrayMismatch" when the array is not what is
-/// asked for, naming both; "NoSuchField" and "HostArrayIndex" of the same component.
+/// Errors of the reading members: "nexstore:nex:HostArrayMismatch" when the array is not what
+/// is asked for, naming both; "NoSuchField" and "HostArrayIndex" of the same component.
 class HostArray {
  public:
   using Fields = std::vector<std::pair<std::string, HostArray>>;
@@ -85,8 +84,8 @@ class HostArray {
     return numeric(arrayClassOf<T>(), {1, values.size()}, std::as_bytes(values));
   }
   /// A numeric or logical array of copied elements.
-  /// \throws "nexstore:nex:InvalidHostArray" unless dimensions and bytes agree and logical bytes
-  ///         are 0 or 1
+  /// \throws "nexstore:nex:InvalidHostArray" unless dimensions and bytes agree and logical
+  ///         bytes are 0 or 1
   static HostArray numeric(ArrayClass cls, Dimensions dimensions,
                            std::span<const std::byte> elements);
   /// The same without a copy: shares elements that nobody may change any more.
@@ -172,18 +171,30 @@ class HostArray {
 template <class Visitor>
 decltype(auto) HostArray::visitNumbers(Visitor&& visitor) const {
   switch (arrayClass()) {
-    case ArrayClass::real64: return visitor(values<double>());
-    case ArrayClass::real32: return visitor(values<float>());
-    case ArrayClass::int8: return visitor(values<std::int8_t>());
-    case ArrayClass::uint8: return visitor(values<std::uint8_t>());
-    case ArrayClass::int16: return visitor(values<std::int16_t>());
-    case ArrayClass::uint16: return visitor(values<std::uint16_t>());
-    case ArrayClass::int32: return visitor(values<std::int32_t>());
-    case ArrayClass::uint32: return visitor(values<std::uint32_t>());
-    case ArrayClass::int64: return visitor(values<std::int64_t>());
-    case ArrayClass::uint64: return visitor(values<std::uint64_t>());
-    case ArrayClass::logical: return visitor(values<bool>());
-    default: raiseMismatch("numbers");
+    case ArrayClass::real64:
+      return visitor(values<double>());
+    case ArrayClass::real32:
+      return visitor(values<float>());
+    case ArrayClass::int8:
+      return visitor(values<std::int8_t>());
+    case ArrayClass::uint8:
+      return visitor(values<std::uint8_t>());
+    case ArrayClass::int16:
+      return visitor(values<std::int16_t>());
+    case ArrayClass::uint16:
+      return visitor(values<std::uint16_t>());
+    case ArrayClass::int32:
+      return visitor(values<std::int32_t>());
+    case ArrayClass::uint32:
+      return visitor(values<std::uint32_t>());
+    case ArrayClass::int64:
+      return visitor(values<std::int64_t>());
+    case ArrayClass::uint64:
+      return visitor(values<std::uint64_t>());
+    case ArrayClass::logical:
+      return visitor(values<bool>());
+    default:
+      raiseMismatch("numbers");
   }
 }
 

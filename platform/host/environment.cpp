@@ -3,22 +3,19 @@
 #include <cstdlib>
 
 namespace host {
-namespace {
 
-std::string variable(const char* name) {
+std::string environmentVariable(const char* name) {
   const char* const value = std::getenv(name);
   return value ? value : "";
 }
 
-}  // namespace
-
 bool isWorkerMode() {
-  const std::string mode = variable("VELA_WORKER");
+  const std::string mode = environmentVariable("VELA_WORKER");
   return !mode.empty() && mode != "0";
 }
 
 std::string batchAccountName() {
-  const std::string account = variable("VELA_BATCH_ACCOUNT");
+  const std::string account = environmentVariable("VELA_BATCH_ACCOUNT");
   return account.empty() ? "velabatch" : account;
 }
 

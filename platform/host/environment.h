@@ -1,9 +1,12 @@
-// What kind of process this is.
+// What kind of process this is, and what its environment says.
 #pragma once
 
 #include <string>
 
 namespace host {
+
+/// Empty when the variable is not set.
+std::string environmentVariable(const char* name);
 
 /// Whether this process computes for another one, as a worker of a farm: the environment
 /// variable VELA_WORKER is set to anything but "" or "0".

@@ -52,8 +52,8 @@ int Feature::setFeatValFromC(int value) {
 }
 
 TestingHook::TestingHook(std::string name, std::string description, std::string owningUnit)
-    : Feature(std::move(name), std::move(description), std::move(owningUnit), "Testing hooks", 0,
-              0) {}
+    : Feature(std::move(name), std::move(description), std::move(owningUnit), "Testing hooks",
+              0, 0) {}
 
 Feature* findFeature(std::string_view name) {
   const std::lock_guard lock(registry().mutex);

@@ -12,7 +12,7 @@ namespace host {
 /// One switch. A static object of the source file that reads it:
 ///
 ///     host::Feature staticDMR{"VELAStaticDMR", "VELA persistent DMR", "vela instance",
-///                             ko_register::kInstrumentationGroup, 1195856, 1};
+///                             vela::kFeatureGroup, 1195856, 1};
 ///
 /// It is found by name from its construction to its destruction. Threads: any.
 class Feature {

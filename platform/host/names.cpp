@@ -7,19 +7,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
+#include "host/environment.h"
 #include "kodiag/message.h"
 
 namespace host {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string environment(const char* name) {
-  const char* const value = std::getenv(name);
-  return value ? value : "";
-}
 
 fs::path binaryOfThisCode() {
   std::error_code error;
@@ -52,7 +49,7 @@ std::string accountName() {
 }  // namespace
 
 fs::path rootDirectory() {
-  const std::string root = environment("VELA_ROOT");
+  const std::string root = environmentVariable("VELA_ROOT");
   if (!root.empty()) return root;
   for (fs::path folder = binaryOfThisCode().parent_path(); folder.has_relative_path();
        folder = folder.parent_path()) {
@@ -65,9 +62,11 @@ fs::path rootDirectory() {
 
 fs::path systemTempDirectory() {
   std::error_code error;
-  const fs::path named = environment("TMPDIR");
-  if (!named.empty() && fs::is_directory(named, error)) return named;
-  return "/tmp";
+  const fs::path named = environmentVariable("TMPDIR");
+  const bool usable = !named.empty() && fs::is_directory(named, error) &&
+                      access(named.c_str(), W_OK | X_OK) == 0;
+  if (usable) return named;
+  return P_tmpdir;
 }
 
 fs::path reserveTemporaryName(std::string_view prefix, std::string_view extension) {
@@ -85,7 +84,7 @@ fs::path reserveTemporaryName(std::string_view prefix, std::string_view extensio
 }
 
 std::string userName() {
-  for (const std::string& name : {environment("USER"), accountName()}) {
+  for (const std::string& name : {environmentVariable("USER"), accountName()}) {
     const std::string kept = fitForFileName(name);
     if (!kept.empty()) return kept;
   }

@@ -7,11 +7,11 @@
 
 namespace host {
 
-/// The folder of the installation's data: the environment variable VELA_ROOT, else `share/vela`
-/// in the parent of the folder that holds this library or program.
+/// The folder of the installation's data: the environment variable VELA_ROOT, else the nearest
+/// `share/vela` that stands beside a folder around this library or program.
 std::filesystem::path rootDirectory();
 
-/// TMPDIR when that is a folder, else the system's own; never throws.
+/// TMPDIR when that is a folder we may write to, else the system's own; never throws.
 std::filesystem::path systemTempDirectory();
 
 /// A fresh file name in the temporary directory, reserved by an empty file of mode 0600.

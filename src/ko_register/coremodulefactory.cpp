@@ -1,5 +1,7 @@
 #include "ko_register/coremodulefactory.h"
 
+#include <mutex>
+
 namespace vela {
 
 NexCoreModuleMap& NexCoreModuleFactory::moduleMap() const {

@@ -1,9 +1,9 @@
 // How the observer framework finds the repository's core module.
 #pragma once
 
-#include <mutex>
 #include <string>
 
+#include "host/criticalsection.h"
 #include "observer/coremodules.h"
 
 namespace vela {
@@ -17,10 +17,10 @@ class NexCoreModuleMap : public observer::CoreModuleMap {
   int preloadedModules() const override { return 0; }
   bool loadsOnDemand() const { return loadsOnDemand_; }
   /// Held around every load: modules are never loaded two at a time through one map.
-  std::recursive_mutex& criticalSection() { return criticalSection_; }
+  host::CriticalSection& criticalSection() { return criticalSection_; }
 
  private:
-  std::recursive_mutex criticalSection_;
+  host::CriticalSection criticalSection_{4000};
   bool loadsOnDemand_;
 };
 
