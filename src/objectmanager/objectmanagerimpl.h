@@ -1,0 +1,116 @@
+// What stands behind ObjectManager: the open store, its package, and the manager's own state.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <typeindex>
+#include <vector>
+
+#include "kodd/datamodelrepository.h"
+#include "objectmanager/bulkdeletions.h"
+#include "objectmanager/bulkupdates.h"
+#include "objectmanager/findobjectstracer.h"
+#include "objectmanager/objectmanager.h"
+#include "objectmanager/preparedobjectconstructors.h"
+
+namespace vela {
+
+/// Functions carry the names and the promises of ObjectManager's members they serve.
+class ObjectManagerImpl {
+ public:
+  /// A private repository.
+  explicit ObjectManagerImpl(ObjectManager& owner);
+  ObjectManagerImpl(ObjectManager& owner, std::wstring location);
+  ~ObjectManagerImpl();
+
+  void initialize(const std::string& schemaFile, const std::string& packageName);
+  void disconnect();
+  kodd::DataModelRepository& repository() { return repository_; }
+  const kodd::DataModelRepository& repository() const { return repository_; }
+
+  const std::wstring& location() const { return location_; }
+  void setLocationToPersistentDMR();
+  const kodiag::util::diagnostics& openingNotices() const { return openingNotices_; }
+
+  long long instanceID() const { return instanceID_; }
+  void setInstanceID(long long id);
+
+  kodd::PackageRef packageAndClass(const std::string& qualifiedName, std::string& className);
+  kodd::ClassRef classNamed(const std::string& qualifiedName);
+
+  kodd::ObjectRef createObject(const kodd::ClassRef& cls);
+  kodd::ObjectRef createObject(const kodd::ClassRef& cls,
+                               const std::vector<ObjectManager::InitialProperty>& properties);
+  /// Empty when there is no such object.
+  kodd::ObjectRef findObject(int objectID, const kodd::ClassRef& cls);
+  kodd::ObjectRef findObject(int objectID);
+  /// A handle of this manager; nothing for an empty reference.
+  std::unique_ptr<ObjectRef> handle(const kodd::ObjectRef& object);
+
+  void findObjects(const std::string& className,
+                   const std::vector<ObjectManager::Constraint>& constraints,
+                   boost::ptr_vector<ObjectRef>& results,
+                   const std::vector<ObjectManager::ObjectConstraint>& objectConstraints,
+                   const std::string& orderBy, kodd::ObjectQuery::SortOrder order);
+  void findObjects(ObjectRef& parent, const std::string& childClass,
+                   const std::vector<ObjectManager::Constraint>& constraints,
+                   boost::ptr_vector<ObjectRef>& results);
+
+  void beginTransaction();
+  void commitTransaction();
+  void rollbackTransaction();
+  void safeTransaction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
+
+  void beginBulkPropertyUpdate(ObjectRef& handle);
+  void commitBulkPropertyUpdate(ObjectRef& handle);
+  BulkUpdates& bulkUpdates() { return bulkUpdates_; }
+
+  void beginBulkObjectDeletion(const kodd::ClassRef& cls);
+  void addObjectForBulkDeletion(kodd::ObjectRef& object);
+  void commitBulkObjectDeletion(const kodd::ClassRef& cls);
+
+  FindObjectsTracer& tracer() { return tracer_; }
+  std::unique_ptr<PreparedSet>& preparedSlot(std::type_index type) { return prepared_[type]; }
+
+ private:
+  /// A file that goes with its manager, and the process whose manager that is.
+  struct PrivateFile {
+    std::string location;
+    pid_t owner;
+  };
+
+  void openStore(const std::string& schemaFile);
+  void passSettings();
+  void preparePackage(const std::string& packageName);
+  void recordInstance();
+  /// Drops whatever refers to the open store, then closes it.
+  void closeStore();
+  void removePrivateFile() noexcept;
+  void refuseInsideUnit(const char* operation) const;
+  /// Runs `fn` as one unit and raises what it left.
+  void runUnit(DictionaryFunction fn);
+  template <class Operation>
+  void endTransaction(Operation&& operation, bool keepsWork);
+
+  kodd::DataModelRepository repository_;
+  ObjectManager& owner_;
+  std::wstring location_;
+  std::optional<PrivateFile> privateFile_;
+  kodiag::util::diagnostics openingNotices_;
+  long long instanceID_ = 0;
+  kodd::MetamodelRef metamodel_;
+  kodd::PackageRef package_;
+  FindObjectsTracer tracer_;
+  PreparedObjectConstructors constructors_;
+  std::map<std::type_index, std::unique_ptr<PreparedSet>> prepared_;
+  BulkUpdates bulkUpdates_;
+  BulkDeletions bulkDeletions_;
+  int runningUnits_ = 0;  ///< guarded by the repository lock
+  std::optional<std::uint64_t> explicitTransactionMark_;
+};
+
+}  // namespace vela
