@@ -1,0 +1,236 @@
+// The signals of a run, and the lists of runs.
+#include <boost/make_shared.hpp>
+#include <set>
+
+#include "objectmanager/objectmanager.h"
+#include "objects/find.h"
+#include "objects/raising.h"
+#include "objects/runrow.h"
+#include "objects/set.h"
+#include "objects/signal.h"
+#include "objects/strings.h"
+
+namespace vela {
+namespace {
+
+using Constraints = std::vector<ObjectManager::Constraint>;
+using Query = Set::SignalQueryType;
+
+ObjectManager::Constraint isLeaf() {
+  return equals(strings::HasChildren, 0);
+}
+ObjectManager::Constraint comesFrom(Signal::SourceType source) {
+  return equals(strings::SourceType, static_cast<int>(source));
+}
+
+Constraints signalsOf(int runID, Query type) {
+  const auto ofRun = equals(strings::FK_SetID, runID);
+  switch (type) {
+    case Query::top:
+      return {ofRun, equals(strings::FK_Parent, 0)};
+    case Query::leaf:
+      return {ofRun, isLeaf()};
+    case Query::all:
+      break;
+    case Query::checked:
+      // A mask with plot 32 is negative.
+      return {ofRun, differs(strings::Checked, 0)};
+    case Query::logged:
+      return {ofRun, comesFrom(Signal::SourceType::Logged)};
+    case Query::streamed:
+      return {ofRun, comesFrom(Signal::SourceType::Visualized)};
+    case Query::leafStreamed:
+      return {ofRun, comesFrom(Signal::SourceType::Visualized), isLeaf()};
+    case Query::leafLogged:
+      return {ofRun, comesFrom(Signal::SourceType::Logged), isLeaf()};
+    case Query::leafImported:
+      return {ofRun, comesFrom(Signal::SourceType::Imported), isLeaf()};
+  }
+  return {ofRun};
+}
+
+/// Writes one value to a property of every signal of the selection.
+void writeToAll(ObjectManager& manager, const kodd::Selection& signals,
+                const std::string& property, int value) {
+  const auto modifier = manager.createObjectModifier(property, signals.cls());
+  modifier->setPropertyValueSource(signals.cls().findProperty(property), &value);
+  raising([&](kodiag::util::diagnostics& diag) { modifier->modifySelected(signals, diag); });
+}
+
+kodd::Selection selectSignals(ObjectManager& manager, const std::string& property,
+                              kodd::PropertyValueMatchRelation relation, int value) {
+  const kodd::ClassRef cls = manager.getClass(strings::Signal);
+  return kodd::Selection(cls).matching(cls.findProperty(property), relation, value);
+}
+
+/// Gives a signal and everything below it to a run.
+void moveSubtree(ObjectManager& manager, int rootID, int runID) {
+  const auto equal = kodd::PropertyValueMatchRelation::Equal;
+  const kodd::ClassRef cls = manager.getClass(strings::Signal);
+  writeToAll(manager, kodd::Selection(cls).withId(rootID), strings::FK_SetID, runID);
+
+  std::vector<int> parents = {rootID};
+  std::set<int> met = {rootID};
+  // Grows while it is walked.
+  for (std::size_t i = 0; i < parents.size(); ++i) {
+    writeToAll(manager, selectSignals(manager, strings::FK_Parent, equal, parents[i]),
+               strings::FK_SetID, runID);
+    const std::vector<int> inner =
+        findIDs(manager, strings::Signal,
+                {equals(strings::FK_Parent, parents[i]), differs(strings::HasChildren, 0)});
+    for (const int id : inner) {
+      if (met.insert(id).second) parents.push_back(id);
+    }
+  }
+}
+
+}  // namespace
+
+void Set::getAllSignals(SignalQueryType type, boost::ptr_vector<ObjectRef>& signals) const {
+  manager().findObjects(strings::Signal, signalsOf(getID(), type), signals);
+}
+
+void Set::getLeafSignalsWithParent(boost::ptr_vector<ObjectRef>& signals) const {
+  Constraints constraints = signalsOf(getID(), SignalQueryType::leaf);
+  constraints.push_back(differs(strings::FK_Parent, 0));
+  manager().findObjects(strings::Signal, constraints, signals);
+}
+
+void Set::getLeafSignalsWithoutParent(boost::ptr_vector<ObjectRef>& signals) const {
+  Constraints constraints = signalsOf(getID(), SignalQueryType::leaf);
+  constraints.push_back(equals(strings::FK_Parent, 0));
+  manager().findObjects(strings::Signal, constraints, signals);
+}
+
+std::vector<int> Set::getSignalIDs(SignalQueryType type) const {
+  return findIDs(manager(), strings::Signal, signalsOf(getID(), type));
+}
+
+int Set::getNumberOfLeafSignals() const {
+  return countObjects(manager(), strings::Signal, signalsOf(getID(), SignalQueryType::leaf));
+}
+
+int Set::getSignalByIndex(int index) const {
+  const std::vector<int> leaves = getSignalIDs(SignalQueryType::leaf);
+  return std::cmp_less(index, leaves.size()) && index >= 0
+             ? leaves[static_cast<std::size_t>(index)]
+             : 0;
+}
+
+void Set::getAllElements(const std::string& className,
+                         boost::ptr_vector<ObjectRef>& elements) const {
+  manager().findObjects(className, {equals(strings::FK_SetID, getID())}, elements);
+}
+
+int Set::getNumberOfElements(const std::string& className) const {
+  return countObjects(manager(), className, {equals(strings::FK_SetID, getID())});
+}
+
+std::unique_ptr<Element> Set::getElement(int index, const std::string& className) const {
+  if (className != strings::Signal) {
+    kodiag::raise({"nexstore:nex", "InvalidData"},
+                  {{"Operation", "get element of run " + std::to_string(getID())},
+                   {"Reason", "\"" + className + "\" is no class of elements"}});
+  }
+  const std::vector<int> ids =
+      findIDs(manager(), className, {equals(strings::FK_SetID, getID())});
+  if (index < 0 || !std::cmp_less(index, ids.size())) return nullptr;
+  return Signal::getSignalFromID(manager(), ids[static_cast<std::size_t>(index)]);
+}
+
+void Set::requireOwn(const Element& element) const {
+  if (&element.getObjectReference().getObjectManager() == &manager()) return;
+  kodiag::raise({"nexstore:nex", "InvalidData"},
+                {{"Operation", "change the elements of run " + std::to_string(getID())},
+                 {"Reason", "the element belongs to another repository"}});
+}
+
+void Set::addElement(const Element& element) {
+  requireOwn(element);
+  const int runID = getID();
+  manager().inTransaction(
+      [&] { moveSubtree(manager(), element.getObjectReference().getObjectID(), runID); });
+}
+
+void Set::removeElement(const Element& element) {
+  requireOwn(element);
+  manager().inTransaction([&] {
+    if (element.getParentSetID() != getID()) return;
+    moveSubtree(manager(), element.getObjectReference().getObjectID(), 0);
+  });
+}
+
+void Set::uncheckAllSignals() {
+  const kodd::ClassRef cls = manager().getClass(strings::Signal);
+  writeToAll(manager(),
+             selectSignals(manager(), strings::FK_SetID,
+                           kodd::PropertyValueMatchRelation::Equal, getID())
+                 .matching(cls.findProperty(strings::Checked),
+                           kodd::PropertyValueMatchRelation::NotEqual, 0),
+             strings::Checked, 0);
+}
+
+void Set::setRunSignalsToInactive() {
+  writeToAll(manager(),
+             selectSignals(manager(), strings::FK_SetID,
+                           kodd::PropertyValueMatchRelation::Equal, getID()),
+             strings::IsActivelyStreaming, 0);
+}
+
+int Set::getRunCount(ObjectManager& manager, Application application, Sessions sessions) {
+  return VisibleRuns(manager, application, sessions).count();
+}
+
+std::vector<int> Set::getAllVisibleRunIDs(ObjectManager& manager, Application application,
+                                          Sessions sessions) {
+  std::vector<int> ids;
+  VisibleRuns(manager, application, sessions).forEach([&](const RunRow& run) {
+    ids.push_back(run.object.id());
+  });
+  return ids;
+}
+
+std::vector<boost::shared_ptr<Set>> Set::getAllVisibleRuns(ObjectManager& manager,
+                                                           Application application,
+                                                           Sessions sessions) {
+  std::vector<boost::shared_ptr<Set>> runs;
+  VisibleRuns(manager, application, sessions).forEach([&](const RunRow& run) {
+    runs.push_back(boost::make_shared<Set>(
+        std::make_unique<ObjectRef>(run.object, run.object.cls(), strings::DataSet, manager)));
+  });
+  return runs;
+}
+
+bool Set::lookupSet(int runID, boost::shared_ptr<Set>& run, ObjectManager& manager) {
+  if (runID <= 0) return false;
+  bool found = false;
+  auto object = manager.findObject(runID, strings::DataSet, found);
+  if (found) run = boost::make_shared<Set>(std::move(object));
+  return found;
+}
+
+bool Set::lookupVisibleSet(int runID, boost::shared_ptr<Set>& run, ObjectManager& manager) {
+  boost::shared_ptr<Set> candidate;
+  if (!lookupSet(runID, candidate, manager)) return false;
+  const ObjectRef& object = candidate->getObjectReference();
+  const bool isVisible = object.getPropertyInt32(strings::Visible) == 1 &&
+                         object.getPropertyInt32(strings::MarkedForDelete) == 0;
+  if (isVisible) run = candidate;
+  return isVisible;
+}
+
+boost::shared_ptr<Set> Set::getActiveSimulationSet(ObjectManager& manager,
+                                                   const std::wstring& model, int* runID) {
+  boost::shared_ptr<Set> run;
+  const auto active =
+      findFirst(manager, strings::ActiveSimulation, {equals(strings::Model, model)});
+  if (active) {
+    std::unique_ptr<ObjectRef> object;
+    active->getPropertyObject(strings::SetID, object, strings::DataSet);
+    if (object) run = boost::make_shared<Set>(std::move(object));
+  }
+  if (runID) *runID = run ? run->getID() : 0;
+  return run;
+}
+
+}  // namespace vela
