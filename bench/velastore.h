@@ -1,0 +1,38 @@
+// Vela itself as a store under measurement: what a client writes, nothing behind its back.
+#pragma once
+
+#include <boost/shared_ptr.hpp>
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "objectmanager/objectmanager.h"
+#include "objects/set.h"
+#include "objects/signal.h"
+
+/// Signals of one run in a repository file of their own.
+class Vela {
+ public:
+  using Id = boost::shared_ptr<vela::Signal>;
+
+  explicit Vela(const std::string& path);
+
+  void beginTransaction() { manager_.beginTransaction(); }
+  void commitTransaction() { manager_.commitTransaction(); }
+
+  Id createSignal(const std::string& name);
+  void append(const Id& signal, std::span<const double> times, std::span<const double> values);
+  void appendMerging(const Id& signal, double time, double value,
+                     std::size_t minimumChunkBytes);
+  void read(const Id& signal, std::vector<double>& times, std::vector<double>& values);
+  void readRange(const Id& signal, double from, double to, std::vector<double>& times,
+                 std::vector<double>& values);
+  double tolerance(const Id& signal) { return signal->getAbsTol(); }
+  void setTolerance(const Id& signal, double tolerance) { signal->setAbsTol(tolerance); }
+
+ private:
+  vela::ObjectManager manager_;
+  std::unique_ptr<vela::Set> run_;
+};
