@@ -90,6 +90,7 @@ TEST_F(CsvReaderTest, FindsNamesAndUnits) {
     ASSERT_EQ(run.info.signals->size(), 1);
     EXPECT_EQ(run.info.signals->at(0).name, c.name);
     EXPECT_EQ(run.info.signals->at(0).unit, c.unit);
+    EXPECT_FALSE(report(c.table).lossy());
     EXPECT_THAT(run.axis, ElementsAre(0., 1.));
     EXPECT_THAT(run.integers(0), ElementsAre(1, 2));
   }

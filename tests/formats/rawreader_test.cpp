@@ -191,12 +191,19 @@ TEST_F(RawReaderTest, BlocksAreBounded) {
     values.push_back(static_cast<double>(i / 2));
     values.push_back(static_cast<double>(i) * 0.1);
   }
-  const auto runs =
-      read(header("long", "real", std::to_string(kRows), {"time\ttime", "v(a)\tvoltage"}) +
-           "Binary:\n" + bytesOf(values));
-  ASSERT_EQ(runs.size(), 1);
-  EXPECT_EQ(runs[0].blocks, 3);
-  for (std::size_t i = 0; i < kRows; ++i) ASSERT_EQ(runs[0].reals(0)[i], values[2 * i + 1]);
+  for (const char* scale : {"time\ttime", "a\tvoltage"}) {
+    SCOPED_TRACE(scale);
+    const auto runs =
+        read(header("long", "real", std::to_string(kRows), {scale, "v(a)\tvoltage"}) +
+             "Binary:\n" + bytesOf(values));
+    ASSERT_EQ(runs.size(), 1);
+    EXPECT_EQ(runs[0].blocks, 3);
+    const bool isNumbered = runs[0].info.axis.kind == AxisKind::kPoint;
+    for (std::size_t i = 0; i < kRows; ++i) {
+      ASSERT_EQ(runs[0].axis[i], isNumbered ? static_cast<double>(i) : values[2 * i]);
+      ASSERT_EQ(runs[0].reals(isNumbered ? 1 : 0)[i], values[2 * i + 1]);
+    }
+  }
 }
 
 TEST_F(RawReaderTest, RefusesMoreStepsThanItCanHold) {

@@ -1,8 +1,5 @@
 #include "objectmanager/instancerecords.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "managertest.h"
 
 namespace vela {
@@ -40,37 +37,14 @@ class InstanceRecordsTest : public test::ManagerTest {
     }
     return pairs;
   }
-  /// A process that opens the file as that instance and then waits.
-  class Neighbour {
-   public:
-    Neighbour(const InstanceRecordsTest& test, long long instanceID) {
-      int ready[2];
-      if (pipe(ready) != 0) throw std::runtime_error("no pipe");
-      process_ = fork();
-      if (process_ == 0) {
-        const auto manager = test.openAs(instanceID);
-        if (write(ready[1], "x", 1) != 1) _exit(1);
-        pause();
-      }
-      char signal = 0;
-      close(ready[1]);
-      isReady_ = read(ready[0], &signal, 1) == 1;
-      close(ready[0]);
-    }
-    ~Neighbour() {
-      if (process_ > 0) kill();
-    }
-    bool isReady() const { return isReady_; }
-    void kill() {
-      ::kill(process_, SIGKILL);
-      waitpid(process_, nullptr, 0);
-      process_ = 0;
-    }
-
-   private:
-    pid_t process_;
-    bool isReady_;
-  };
+  /// A process that has the file open as that instance.
+  std::unique_ptr<test::WaitingProcess> neighbour(long long instanceID) const {
+    return std::make_unique<test::WaitingProcess>([&](const std::function<void()>& ready) {
+      const auto manager = openAs(instanceID);
+      ready();
+      pause();
+    });
+  }
 };
 
 TEST_F(InstanceRecordsTest, OpeningAsAnInstanceRecordsItOnce) {
@@ -136,10 +110,10 @@ TEST_F(InstanceRecordsTest, TheOrderRecordTakesTheUsersPreference) {
 
 TEST_F(InstanceRecordsTest, OnlyInstancesWhoseProcessIsGoneAreClosedForThem) {
   manager_.reset();
-  Neighbour living(*this, 7);
-  Neighbour killed(*this, 8);
-  ASSERT_TRUE(living.isReady() && killed.isReady());
-  killed.kill();
+  const auto living = neighbour(7);
+  const auto killed = neighbour(8);
+  ASSERT_TRUE(living->isReady() && killed->isReady());
+  killed->kill();
   reopen();
   manager_->setInstanceID(9);
   // A row for the children's common ID, put there by hand, is nobody's to close.
@@ -147,7 +121,7 @@ TEST_F(InstanceRecordsTest, OnlyInstancesWhoseProcessIsGoneAreClosedForThem) {
   manager_->closeDeadInstances();
   EXPECT_THAT(instances(), ElementsAre(Pair(7, 0), Pair(8, 1), Pair(9, 0), Pair(1, 0)));
 
-  living.kill();
+  living->kill();
   manager_->closeDeadInstances();
   EXPECT_THAT(instances(), ElementsAre(Pair(7, 1), Pair(8, 1), Pair(9, 0), Pair(1, 0)));
 }

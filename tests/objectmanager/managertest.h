@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -70,6 +71,42 @@ inline void inKilledProcess(const std::function<void()>& function) {
   int status = 0;
   waitpid(child, &status, 0);
 }
+
+/// A forked process that gets ready and then waits to be killed. Fork it before this process
+/// opens a repository.
+class WaitingProcess {
+ public:
+  /// \param body  calls its argument when it is ready, then never returns
+  explicit WaitingProcess(const std::function<void(const std::function<void()>&)>& body) {
+    int ends[2];
+    if (pipe(ends) != 0) throw std::runtime_error("no pipe");
+    process_ = fork();
+    if (process_ == 0) {
+      body([&] {
+        if (write(ends[1], "x", 1) != 1) _exit(1);
+      });
+    }
+    char signal = 0;
+    close(ends[1]);
+    isReady_ = read(ends[0], &signal, 1) == 1;
+    close(ends[0]);
+  }
+  ~WaitingProcess() { kill(); }
+  WaitingProcess(const WaitingProcess&) = delete;
+  WaitingProcess& operator=(const WaitingProcess&) = delete;
+
+  bool isReady() const { return isReady_; }
+  void kill() {
+    if (process_ <= 0) return;
+    ::kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+    process_ = 0;
+  }
+
+ private:
+  pid_t process_ = 0;
+  bool isReady_ = false;
+};
 
 /// A repository in a folder of its own.
 class ManagerTest : public testing::Test {

@@ -130,6 +130,50 @@ TEST_F(PersistentDMRDeathTest, ADamagedFileIsSetAsideAfterTenAttemptsAndReplaced
   });
 }
 
+TEST_F(PersistentDMRDeathTest, ADamagedFileThatSomebodyHasOpenStaysWhereItIs) {
+  EXPECT_IN_OWN_PROCESS([&] {
+    test::WaitingProcess owner([&](const std::function<void()>& ready) {
+      const auto manager = open();
+      ready();
+      pause();
+    });
+    ASSERT_TRUE(owner.isReady());
+    std::fstream(shared()) << "not a database any more";
+    const auto manager = open();
+    EXPECT_FALSE(manager->isOpen());
+    EXPECT_TRUE(fs::exists(shared()));
+    EXPECT_TRUE(quarantines().empty());
+    const auto& notices = manager->getOpeningNotices().messages();
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_EQ(notices.front().id.key, "DamagedFileInUse");
+  });
+}
+
+TEST_F(PersistentDMRDeathTest, FirstOpenersAtTheSameTimeShareOneFile) {
+  EXPECT_IN_OWN_PROCESS([&] {
+    constexpr int kOpeners = 6;
+    std::vector<pid_t> openers;
+    for (int i = 0; i < kOpeners; ++i) {
+      openers.push_back(fork());
+      if (openers.back() == 0) {
+        const auto manager = open();
+        manager->createObject("DataSet", false);
+        _exit(manager->getOpeningNotices().empty() ? 0 : 1);
+      }
+    }
+    for (const pid_t opener : openers) {
+      int status = 0;
+      waitpid(opener, &status, 0);
+      EXPECT_EQ(status, 0);
+    }
+    boost::ptr_vector<ObjectRef> runs;
+    const auto manager = open();
+    manager->findObjects("DataSet", {}, runs);
+    EXPECT_EQ(runs.size(), std::size_t{kOpeners});
+    runs.clear();
+  });
+}
+
 TEST_F(PersistentDMRDeathTest, AFileIsNotSetAsideForWhatIsNotItsFault) {
   EXPECT_IN_OWN_PROCESS([&] {
     open()->createObject("DataSet", false);
