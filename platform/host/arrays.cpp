@@ -164,7 +164,8 @@ HostArray HostArray::cell(Dimensions dimensions, std::vector<HostArray> elements
 }
 
 HostArray HostArray::cell(std::vector<HostArray> elements) {
-  return cell({1, elements.size()}, std::move(elements));
+  const std::size_t count = elements.size();
+  return cell({1, count}, std::move(elements));
 }
 
 HostArray HostArray::structure(Fields fields) {

@@ -71,13 +71,13 @@ class Selection {
   /// All objects of the class.
   explicit Selection(ClassRef cls) : class_(cls) {}
 
-  Selection&& withId(int id) &&;
-  Selection&& matching(const PropertyRef& property, PropertyValueMatchRelation relation,
-                       const EntryValue& value) &&;
+  Selection withId(int id) &&;
+  Selection matching(const PropertyRef& property, PropertyValueMatchRelation relation,
+                     const EntryValue& value) &&;
   /// Only objects whose `via` names an object of `others`.
-  Selection&& referring(const PropertyRef& via, Selection others) &&;
+  Selection referring(const PropertyRef& via, Selection others) &&;
   /// Only objects that no `via` of any object of `others` names.
-  Selection&& unreferencedBy(const PropertyRef& via, Selection others) &&;
+  Selection unreferencedBy(const PropertyRef& via, Selection others) &&;
 
   struct Link {
     PropertyRef via;

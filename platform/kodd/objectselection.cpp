@@ -52,7 +52,8 @@ void SelectionWriter::addConstraints(const ClassRef& cls, const MatchConstraints
     sql_.values.push_back(value);
     const ColumnLayout& layout = layout_.of(property);
     if (impliesPartialIndex(property, layout, constraint.relation, value)) {
-      conditions.next() += column + "<>" + layout.defaultLiteral;
+      conditions.next() +=
+          partialIndexTerm(layout_, property, constraint.relation, alias(depth));
     }
   }
 }
@@ -135,24 +136,23 @@ void SelectionWriter::checkVia(const PropertyRef& via, const ClassRef& owner) {
 
 }  // namespace
 
-Selection&& Selection::withId(int id) && {
+Selection Selection::withId(int id) && {
   ids_.push_back(id);
   return std::move(*this);
 }
 
-Selection&& Selection::matching(const PropertyRef& property,
-                                PropertyValueMatchRelation relation,
-                                const EntryValue& value) && {
+Selection Selection::matching(const PropertyRef& property, PropertyValueMatchRelation relation,
+                              const EntryValue& value) && {
   constraints_.addConstraintLegacy(property, relation, value);
   return std::move(*this);
 }
 
-Selection&& Selection::referring(const PropertyRef& via, Selection others) && {
+Selection Selection::referring(const PropertyRef& via, Selection others) && {
   links_.push_back({via, std::make_shared<const Selection>(std::move(others)), false});
   return std::move(*this);
 }
 
-Selection&& Selection::unreferencedBy(const PropertyRef& via, Selection others) && {
+Selection Selection::unreferencedBy(const PropertyRef& via, Selection others) && {
   links_.push_back({via, std::make_shared<const Selection>(std::move(others)), true});
   return std::move(*this);
 }
@@ -190,6 +190,16 @@ bool impliesPartialIndex(const PropertyInfo& property, const ColumnLayout& colum
   if (!column.headsPartialIndex) return false;
   if (relation == PropertyValueMatchRelation::Equal) return !isDefault(property, value);
   return relation == PropertyValueMatchRelation::NotEqual && isDefault(property, value);
+}
+
+std::string partialIndexTerm(const Layout& layout, const PropertyInfo& property,
+                             PropertyValueMatchRelation relation, const std::string& alias) {
+  const ColumnLayout& column = layout.of(property);
+  if (relation == PropertyValueMatchRelation::Equal) {
+    return alias + "." + column.name + "<>" + column.defaultLiteral;
+  }
+  return alias + ".id IN (SELECT p.id FROM " + layout.of(*property.owner).table +
+         " AS p WHERE p." + column.name + "<>" + column.defaultLiteral + ")";
 }
 
 std::string tableAsSearched(const Layout& layout, const ClassRef& cls) {

@@ -43,6 +43,11 @@ const char* relationSign(PropertyValueMatchRelation relation);
 bool impliesPartialIndex(const PropertyInfo& property, const ColumnLayout& column,
                          PropertyValueMatchRelation relation, const StoredValue& value);
 
+/// Says so. The engine does not know how few rows a partial index has and would rather scan the
+/// table in order, hence the detour for all but equality.
+std::string partialIndexTerm(const Layout& layout, const PropertyInfo& property,
+                             PropertyValueMatchRelation relation, const std::string& alias);
+
 /// The table of the class under the alias that the conditions use.
 std::string tableAsSearched(const Layout& layout, const ClassRef& cls);
 

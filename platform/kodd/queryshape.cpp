@@ -58,10 +58,19 @@ class QueryWriter {
       const std::string left = column(comparison.property);
       text += (text.empty() ? "" : " OR ") + left + relationSign(comparison.relation) + "?";
       if (takeTermBit()) {
-        text += " AND " + left + "<>" + layout_.of(*comparison.property.info()).defaultLiteral;
+        text += " AND " + partialIndexTerm(layout_, *comparison.property.info(),
+                                           comparison.relation, "s0");
       }
     }
     return text.empty() ? "0" : "(" + text + ")";
+  }
+
+  std::string notEmpty(const PropertyRef& property) const {
+    if (layout_.of(*property.info()).headsPartialIndex) {
+      return partialIndexTerm(layout_, *property.info(), PropertyValueMatchRelation::NotEqual,
+                              "s0");
+    }
+    return column(property) + "<>x''";
   }
 
   std::string condition(const QueryCondition& condition) {
@@ -71,7 +80,7 @@ class QueryWriter {
       case QueryCondition::Form::empty:
         return column(condition.property) + "=x''";
       case QueryCondition::Form::notEmpty:
-        return column(condition.property) + "<>x''";
+        return notEmpty(condition.property);
       case QueryCondition::Form::namesExisting:
         return "EXISTS (SELECT 1 FROM " + layout_.of(condition.target).table +
                " t WHERE t.id=" + column(condition.property) + ")";

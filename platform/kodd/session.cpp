@@ -3,6 +3,7 @@
 #include <cxxabi.h>
 
 #include <algorithm>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -36,12 +37,16 @@ void Session::open(const std::string& file, const std::string& schemaFile,
   databaseOptions.durability = options.durability;
   databaseOptions.busyTimeout = options.busyTimeout;
   databaseOptions.createIfAbsent = options.createIfAbsent;
-  auto database = std::make_unique<sqldb::Database>(file, databaseOptions);
-  layout_ = prepareSchema(*database, model, schemaFile);
-  ids_.emplace(*database, *layout_);
-  database_ = std::move(database);
+  database_ = std::make_unique<sqldb::Database>(file, databaseOptions);
+  try {
+    installHooks();
+    layout_ = prepareSchema(*database_, model, schemaFile);
+    ids_.emplace(*database_, *layout_);
+  } catch (...) {
+    database_.reset();
+    throw;
+  }
   database_->setLevelListener(this);
-  installHooks();
 }
 
 void Session::close() noexcept {
@@ -127,7 +132,12 @@ void Session::endReadScopes() {
 }
 
 void Session::levelOpened() {
+  letGoOfWriters();
   levels_.push_back({opening_, ids_->mark()});
+}
+
+void Session::letGoOfWriters() noexcept {
+  letGoOf(std::numeric_limits<int>::max());
 }
 
 void Session::levelCommitted() {

@@ -19,8 +19,8 @@
 namespace kodd {
 
 /// Something that keeps a statement or blob open between calls. It is told to let go before
-/// the unit it was opened in ends, before any unit ends when it writes (the engine commits
-/// nothing under an open writer), when any unit is undone, and before the file is closed.
+/// the unit it was opened in ends, before any unit begins or ends when it writes (the engine
+/// does neither under an open writer), when any unit is undone, and before the file is closed.
 class Pin {
  public:
   virtual ~Pin() = default;
@@ -126,7 +126,9 @@ class Session final : private sqldb::LevelListener {
   void levelOpened() override;
   void levelCommitted() override;
   void levelRolledBack() override;
+  /// The pins of that level and deeper ones, and all that write.
   void letGoOf(int fromLevel) noexcept;
+  void letGoOfWriters() noexcept;
   [[noreturn]] void raiseNotOpen(std::string_view operation) const;
   [[noreturn]] void raiseStale(int objectID) const;
 

@@ -49,19 +49,24 @@ class LevelListener {
 ///
 /// Locks: a file `<location>-lock` stands beside the repository, never deleted while in use.
 /// Byte 0 is the write lock, held around every outermost writing unit and every checkpoint;
-/// byte 1 is shared by everyone who has the file open; bytes from 16 on stand for instances
-/// that are alive.
+/// byte 1 is shared by everyone who has the file open; byte 2 is the head of the queue for byte
+/// 0; bytes from 16 on stand for instances that are alive.
 ///
 /// Units of work form one stack: the outermost is a transaction, inner ones are savepoints.
 /// When the engine drops the whole transaction (disk full, I/O error), all levels are dead:
 /// every operation reports "TransactionLost" until the outermost level ends. Outside any unit,
 /// a statement that writes is a unit of its own.
 ///
+/// A file that was moved, replaced or deleted is noticed when a unit is about to write: that
+/// call and every later one fail with "FileRemoved" until the owner opens the path anew, since
+/// IDs and tables of what lies there now may be others.
+///
 /// Threads: not synchronised; the owner serialises calls. After fork() the child's copy refuses
 /// every call with "ForkedProcess" and never touches the file; the child may open the file anew
 /// when the parent's connection rested at the moment of the fork (no unit, statement or blob of
-/// it alive), and is refused with "ForkedProcess" otherwise. Errors: every call throws
-/// ExceptionWithCauses with the ID of error.h unless said otherwise.
+/// it alive), and is refused with "ForkedProcess" otherwise.
+///
+/// Errors: every call throws ExceptionWithCauses with the ID of error.h unless said otherwise.
 class Database {
  public:
   /// Opens or creates the file. Refuses, without changing a byte of it: a directory, a symbolic
@@ -100,10 +105,12 @@ class Database {
 
   /// Opens a level: a transaction when it is the outermost, a savepoint otherwise. A read unit
   /// takes no lock; a write inside a stack that began as a read unit turns it into a writing
-  /// one. \throws "RepositoryBusy" when another writer does not finish in time, or at once when
-  /// this
+  /// one, which from then on sees the newest commits ("RepositoryBusy" when a result is still
+  /// being read and somebody has written meanwhile).
+  ///
+  /// \throws "RepositoryBusy" when another writer does not finish in time, or at once when this
   ///         thread itself holds the write lock through another connection; no level is then
-  ///         open.
+  ///         opened.
   void beginUnit(Access access, std::string_view operation);
   /// Ends the newest level and keeps its work. When this fails the level is rolled back and
   /// closed.
@@ -119,6 +126,7 @@ class Database {
 
   /// Copies the log into the main file, so that the main file alone is whole. Waits for the
   /// write lock; returns false when readers kept part of it in the log.
+  /// \throws "TransactionActive" inside a unit
   bool checkpoint();
   /// Gives at most `pages` free pages back to the disk. Does nothing inside a unit.
   void releaseFreePages(int pages);

@@ -81,6 +81,8 @@ class Signal : public Element, public SignalEnums {
   /// Binds to an existing signal.
   explicit Signal(std::unique_ptr<ObjectRef> object);
   ~Signal() override;
+  Signal(Signal&&) noexcept = default;
+  Signal& operator=(Signal&&) noexcept = default;
 
   std::string getElementType() const override;
   int getCheckSum() const override;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/tuple/tuple.hpp>
+#include <boost/tuple/tuple_comparison.hpp>
 #include <string>
 #include <vector>
 
@@ -66,7 +67,6 @@ struct SignalEnums {
   static void resetColors();
 
  protected:
-  ~SignalEnums() = default;
   /// The colour of the next new signal; moves on to the one after it.
   static const ColorTuple& takeNextColor();
 };

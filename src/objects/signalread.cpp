@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "objects/samplereader.h"
+#include "objects/sampletypes.h"
 #include "objects/signal.h"
 #include "objects/strings.h"
 
@@ -168,6 +169,18 @@ SampleExtent Signal::getExtent(double t0, double t1) const {
 
 SampleExtent Signal::getExtent() const {
   return getExtent(-DBL_MAX, DBL_MAX);
+}
+
+void Signal::deinterleaveStructuredData(const char* records, unsigned byteCount,
+                                        std::vector<char>& out) const {
+  manager().inReadUnit([&] {
+    const SignalState state =
+        manager().prepared<SignalStates>().read(getObjectReference().getObjRef());
+    const LeafExtraction leaf(state, fixedPointTypeOf(manager(), state.dataType));
+    const std::size_t count = byteCount / leaf.recordBytes();
+    out.resize(count * leaf.elementBytes());
+    leaf.extract(records, count, out.data());
+  });
 }
 
 SignalDataRange Signal::getDataRange(double t0, double t1) const {

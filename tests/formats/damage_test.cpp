@@ -48,7 +48,7 @@ End readDamaged(const std::filesystem::path& path) {
 class DamageTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-#ifndef __SANITIZE_ADDRESS__
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     // Turns an allocation out of all proportion into a failure; a sanitizer needs the room.
     const rlimit limit = {rlim_t{1} << 30, rlim_t{1} << 30};
     setrlimit(RLIMIT_AS, &limit);

@@ -11,7 +11,6 @@ namespace {
 using test::raisedBy;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 class SignalObjectTest : public test::SignalTest {
  protected:
@@ -104,8 +103,11 @@ TEST_F(SignalObjectTest, PropertiesComeBackThroughAnotherHandleAfterReopening) {
 
 TEST_F(SignalObjectTest, TheBlockNameEndsTheLastPathElement) {
   Signal signal(*manager_);
-  for (const auto& [path, name] : std::vector<std::pair<std::wstring, std::wstring>>{
-           {L"model/sub/gain", L"gain"}, {L"model", L"model"}, {L"m/a//b", L"a//b"}, {L"", L""}}) {
+  for (const auto& [path, name] :
+       std::vector<std::pair<std::wstring, std::wstring>>{{L"model/sub/gain", L"gain"},
+                                                          {L"model", L"model"},
+                                                          {L"m/a//b", L"a//b"},
+                                                          {L"", L""}}) {
     signal.setBlockPath({L"outer/block", path});
     EXPECT_EQ(signal.getBlockName(), name);
   }
@@ -131,7 +133,7 @@ TEST_F(SignalObjectTest, UnitsAreSharedUnlessTheirChecksumsMerelyMeet) {
 TEST_F(SignalObjectTest, APlotThatCannotBeKeptIsRefused) {
   Signal signal(*manager_);
   signal.setChecked({3});
-  for (const unsigned char plot : {0, 33}) {
+  for (const unsigned char plot : std::vector<unsigned char>{0, 33}) {
     EXPECT_EQ(raisedBy([&] { signal.setChecked({1, plot}); }), "nexstore:nex:InvalidData");
   }
   EXPECT_THAT(signal.getChecked(), ElementsAre(3));
@@ -255,8 +257,9 @@ class SignalRemovalTest : public SignalObjectTest {
   }
   std::vector<std::size_t> census() {
     std::vector<std::size_t> counts;
-    for (const std::string& name : {strings::Signal, strings::Chunk, strings::TimeChunk,
-                                    strings::DataChunk, strings::MetaData, strings::SignalSource}) {
+    for (const std::string& name :
+         {strings::Signal, strings::Chunk, strings::TimeChunk, strings::DataChunk,
+          strings::MetaData, strings::SignalSource}) {
       counts.push_back(count(name));
     }
     return counts;

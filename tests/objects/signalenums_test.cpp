@@ -13,8 +13,9 @@ TEST(SignalEnumsTest, TextsAndValuesBelongTogether) {
   const std::vector<std::string> styles = {"-", "--", ":", "-."};
   const std::vector<std::string> markers = {"",  "+", "o", "*", ".", "x", "s",
                                             "d", "^", "v", ">", "<", "p", "h"};
-  const std::vector<std::string> sources = {"logged",    "visualized", "imported",   "comparison",
-                                            "tolerance", "baseline",   "compare_to", "difference"};
+  const std::vector<std::string> sources = {"logged",     "visualized", "imported",
+                                            "comparison", "tolerance",  "baseline",
+                                            "compare_to", "difference"};
   for (int i = 0; i < 4; ++i) {
     const std::string& text = styles[static_cast<std::size_t>(i)];
     EXPECT_EQ(Signal::getEnumFromLineStyle(text), i);
@@ -51,8 +52,10 @@ TEST(SignalEnumsTest, PlotsAreBitsCountedFromOne) {
   EXPECT_THAT(Signal::getPlotIndicesFromInt(INT_MIN + 1), ElementsAre(1, 32));
   EXPECT_EQ(Signal::getPlotIndicesFromInt(-1).size(), 32u);
   EXPECT_EQ(Signal::getIntFromPlotIndices({32, 1, 1}), INT_MIN + 1);
-  for (const unsigned char plot : {0, 33, 255}) {
-    EXPECT_EQ(raisedBy([&] { Signal::getIntFromPlotIndices({1, plot}); }),
+  for (const unsigned char plot : std::vector<unsigned char>{0, 33, 255}) {
+    EXPECT_EQ(raisedBy([&] {
+                Signal::getIntFromPlotIndices({1, plot});
+              }),
               "nexstore:nex:InvalidData");
   }
 }

@@ -91,8 +91,7 @@ class SignalTest : public ManagerTest {
   }
   void setType(Signal& signal, long long handle) {
     bool found = false;
-    const auto type =
-        manager_->findObject(static_cast<int>(handle), strings::DataType, found);
+    const auto type = manager_->findObject(static_cast<int>(handle), strings::DataType, found);
     ASSERT_TRUE(found);
     signal.setDataType(*type);
   }

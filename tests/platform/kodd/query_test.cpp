@@ -286,8 +286,9 @@ TEST_F(QueryTest, AnswersFromItsIndexes) {
     find("Signal", constraints);
     sqldb::Statement explain =
         repository_.getDB()->statement("EXPLAIN QUERY PLAN " + statement);
-    explain.step();
-    return std::string(explain.text(3));
+    std::string steps;
+    while (explain.step()) steps += std::string(explain.text(3)) + ";";
+    return steps;
   };
   using ::testing::HasSubstr;
   EXPECT_THAT(plan(matching(prop("Signal", "Run"), Relation::Equal, 1)),

@@ -5,6 +5,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 class SchemaChangeTest : public KoddTest {
  protected:
@@ -110,11 +111,11 @@ TEST_F(SchemaChangeTest, OpeningAgainWritesNothingAndReadsLittle) {
   repository_.setTraceCallback([&](std::string_view sql) { statements.emplace_back(sql); });
   repository_.close();
   statements.clear();
-  const auto before = std::filesystem::last_write_time(path("runs.dmr"));
   open();
-  create("Run");
-  EXPECT_LE(statements.size(), 8u) << ::testing::PrintToString(statements);
-  EXPECT_EQ(std::filesystem::last_write_time(path("runs.dmr")), before);
+  EXPECT_LE(statements.size(), 4u) << ::testing::PrintToString(statements);
+  for (const std::string& statement : statements) {
+    EXPECT_THAT(statement, ::testing::AnyOf(StartsWith("SELECT"), StartsWith("PRAGMA")));
+  }
 }
 
 TEST_F(SchemaChangeTest, AFileOfANewerFormatOrADamagedCatalogueIsRefused) {

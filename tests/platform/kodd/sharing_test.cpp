@@ -22,10 +22,11 @@ class SharingTest : public KoddTest {
     const pid_t pid = fork();
     if (pid != 0) return pid;
     DataModelRepository repository;
-    const bool opened = idOfOpening(repository).empty();
-    if (opened) body(repository);
+    repository.open(text::toWide(path("runs.dmr")), text::toWide(path("schema.xml")), {},
+                    NoFailure());
+    if (repository.isOpen()) body(repository);
     repository.close();
-    _exit(opened && !HasFailure() ? 0 : 1);
+    _exit(HasFailure() ? 1 : 0);
   }
   static void waitFor(const std::vector<pid_t>& processes) {
     for (const pid_t pid : processes) {
@@ -72,7 +73,6 @@ TEST_F(SharingTest, ProcessesGiveDifferentIDsAndLoseNoObject) {
 
 TEST_F(SharingTest, ProcessesThatCreateTheFileAtOnceAgreeOnIt) {
   for (int round = 0; round < 10; ++round) {
-    std::filesystem::remove(path("runs.dmr"));
     sqldb::removeFile(path("runs.dmr"));
     std::vector<pid_t> processes;
     for (int p = 0; p < 4; ++p) {
