@@ -76,8 +76,11 @@ void Connection::prepareControls() {
 
 void Connection::layOut(std::int32_t applicationId) {
   run("PRAGMA page_size = 16384");
+  // In one step: a file without the ID would look like another program's to whoever comes by.
+  run("BEGIN");
   run("PRAGMA auto_vacuum = INCREMENTAL");
   run("PRAGMA application_id = " + std::to_string(applicationId));
+  run("COMMIT");
 }
 
 void Connection::set(int option, int value) {

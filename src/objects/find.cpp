@@ -64,7 +64,7 @@ int countObjects(ObjectManager& manager, const std::string& className,
   const kodd::ClassRef cls = manager.getClass(className);
   kodd::Selection selection(cls);
   for (const auto& [property, value, relation] : constraints) {
-    std::move(selection).matching(propertyOf(cls, property), relation, value);
+    selection = std::move(selection).matching(propertyOf(cls, property), relation, value);
   }
   // IDs are 32-bit numbers, so there cannot be more objects than fit.
   return static_cast<int>(raising([&](kodiag::util::diagnostics& diag) {

@@ -12,7 +12,7 @@ class RunRemoval {
  public:
   RunRemoval(ObjectManager& manager, const std::vector<int>& runIDs)
       : manager_(manager), runIDs_(runIDs), runs_(manager.getClass(strings::DataSet)) {
-    for (const int id : runIDs) std::move(runs_).withId(id);
+    for (const int id : runIDs) runs_ = std::move(runs_).withId(id);
   }
 
   /// \returns how many runs there were
