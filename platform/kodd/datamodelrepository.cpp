@@ -306,4 +306,9 @@ void DataModelRepository::checkpoint(diagnostics& diag) {
           [&] { session_->database("checkpoint").checkpoint(); });
 }
 
+void DataModelRepository::releaseFreePages(int pages, diagnostics& diag) {
+  perform(*session_, "releaseFreePages", diag,
+          [&] { session_->database("releaseFreePages").releaseFreePages(pages); });
+}
+
 }  // namespace kodd

@@ -111,6 +111,8 @@ class DataModelRepository {
   std::vector<std::string> integrityProblems(kodiag::util::diagnostics& diag);
   /// Writes the log into the main file, so that the main file alone is whole.
   void checkpoint(kodiag::util::diagnostics& diag);
+  /// Gives at most `pages` free pages of the file back to the disk. Does nothing inside a unit.
+  void releaseFreePages(int pages, kodiag::util::diagnostics& diag);
 
  private:
   friend class ObjectQuery;

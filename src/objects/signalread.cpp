@@ -84,7 +84,7 @@ double interpolate(double t0, double y0, double t1, double y1, double t) {
   // Halved first where the difference itself would overflow.
   const bool wide = std::isinf(t1 - t0);
   const double f = wide ? (t1 / 2 - t / 2) / (t1 / 2 - t0 / 2) : (t1 - t) / (t1 - t0);
-  return (1 - f) * y0 + f * y1;
+  return (1 - f) * y1 + f * y0;
 }
 
 }  // namespace

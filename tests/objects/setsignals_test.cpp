@@ -258,6 +258,24 @@ TEST_F(RunRemovalTest, SeveralRunsGoAtOnce) {
   EXPECT_EQ(Set::removeRuns(*manager_, {noRun}), 0);
 }
 
+TEST_F(RunRemovalTest, TheFileGetsSmaller) {
+  Set set = run();
+  const auto chunk = create(strings::Chunk);
+  chunk->setPropertyObject(strings::Signal, *signal(set.getID()));
+  const std::vector<char> bytes(8'000'000);
+  const auto data = create(strings::DataChunk);
+  data->setPropertyObject(strings::Chunk, *chunk);
+  data->setPropertyConstBlob(strings::BlobData, {bytes.data(), bytes.size()});
+  const auto fileSize = [&] {
+    kodiag::util::diagnostics diag;
+    manager_->repository().checkpoint(diag);
+    return std::filesystem::file_size(folder_ / "store.dmr");
+  };
+  const auto before = fileSize();
+  set.remove();
+  EXPECT_LT(fileSize(), before - 7'000'000);
+}
+
 TEST_F(RunRemovalTest, AFailedUnitBringsTheRunBack) {
   Set set = fullRun();
   const auto before = census();

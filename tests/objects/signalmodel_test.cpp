@@ -34,6 +34,7 @@ class Script {
  public:
   Script(ObjectManager& manager, unsigned seed)
       : manager_(manager), random_(seed), signal_(manager), type_(kTypes[pick(5)]) {
+    log_.precision(17);
     log_ << "seed " << seed << ", " << type_.bytes << " bytes";
   }
 
