@@ -24,9 +24,11 @@ as_root() {
 
 # packages_of GROUP...: the names listed for these groups.
 packages_of() {
-  local name group _
-  while read -r name group _; do
-    case " $* " in *" $group "*) printf '%s\n' "$name" ;; esac
+  local name groups group _
+  while read -r name groups _; do
+    for group in "$@"; do
+      case ",$groups," in *",$group,"*) printf '%s\n' "$name" ;; esac
+    done
   done < <(grep -v '^#' "$root/scripts/packages.txt")
 }
 
@@ -42,7 +44,7 @@ missing_of() {
 install_packages() {
   local missing log
   command -v dpkg-query >/dev/null || die "this script installs packages with apt and needs Debian"
-  mapfile -t missing < <(missing_of "$@")
+  mapfile -t missing < <(missing_of "$@" | sort -u)
   [[ ${#missing[@]} -gt 0 ]] || return 0
 
   say "installing ${missing[*]}"

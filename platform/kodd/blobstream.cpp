@@ -15,12 +15,14 @@ using kodiag::util::diagnostics;
 
 /// The open blob is let go when a unit ends and opened again at the next use.
 struct BlobStream::Impl final : Pin {
-  Impl(const PropertyRef& blobProperty, std::shared_ptr<Session> session, Access wanted)
-      : Pin(session), owner(std::move(session)), property(blobProperty), access(wanted) {}
+  Impl(const PropertyRef& blobProperty, std::shared_ptr<Session> owner, Access wanted)
+      : Pin(std::move(owner)), property(blobProperty), access(wanted) {}
   ~Impl() override {
-    const std::scoped_lock lock(owner->mutex());
+    const std::scoped_lock lock(session()->mutex());
     close();
   }
+
+  using Pin::session;
 
   void letGo() noexcept override { blob.reset(); }
   void close() noexcept {
@@ -40,7 +42,6 @@ struct BlobStream::Impl final : Pin {
   void checkRange(std::size_t offset, std::size_t count) const;
   void growTo(std::size_t byteCount);
 
-  std::shared_ptr<Session> owner;
   PropertyRef property;
   Access access;
   int objectID = 0;
@@ -49,7 +50,7 @@ struct BlobStream::Impl final : Pin {
 };
 
 void BlobStream::Impl::open(int id) {
-  owner->database("open a blob");
+  session()->database("open a blob");
   checkProperty(property, property.isValid() ? ClassRef(property.info()->owner) : ClassRef());
   requireKind(*property.info(), isBlob, "bytes");
   if (access == Access::write) checkWritable();
@@ -74,10 +75,11 @@ bool BlobStream::Impl::reopen(int id) {
 
 void BlobStream::Impl::openAnew(int id) {
   const bool writes = access == Access::write;
-  const Layout& layout = owner->layout();
+  const Layout& layout = session()->layout();
   try {
     blob.emplace(
-        owner->database("open a blob")
+        session()
+            ->database("open a blob")
             .blob(layout.of(*property.info()->owner).table, layout.of(*property.info()).name,
                   id, writes ? sqldb::Database::Access::write : sqldb::Database::Access::read));
     hold(writes);
@@ -94,18 +96,19 @@ void BlobStream::Impl::openAnew(int id) {
 void BlobStream::Impl::checkWritable() const {
   if (access == Access::read) {
     kodiag::raise({"KODD:kodd", "ReadOnly"}, {{"Operation", "write a blob"},
-                                              {"Location", owner->location()},
+                                              {"Location", session()->location()},
                                               {"Reason", "the blob is open for reading"}});
   }
-  if (!owner->innermost()) {
+  if (!session()->innermost()) {
     kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", "write a blob in place"}});
   }
 }
 
 std::optional<std::size_t> BlobStream::Impl::storedLength(int id) const {
-  const Layout& layout = owner->layout();
+  const Layout& layout = session()->layout();
   sqldb::Statement query =
-      owner->database("open a blob")
+      session()
+          ->database("open a blob")
           .statement("SELECT length(" + layout.of(*property.info()).name + ") FROM " +
                      layout.of(*property.info()->owner).table + " WHERE id=?");
   query.bind(1, id);
@@ -114,7 +117,7 @@ std::optional<std::size_t> BlobStream::Impl::storedLength(int id) const {
 }
 
 sqldb::Blob* BlobStream::Impl::opened() {
-  owner->database("use a blob");
+  session()->database("use a blob");
   if (objectID == 0) raiseInvalidObject("A blob stream", "no blob is open");
   if (!blob && length > 0) open(objectID);
   return blob ? &*blob : nullptr;
@@ -134,11 +137,12 @@ void BlobStream::Impl::growTo(std::size_t byteCount) {
   if (byteCount <= length) return;
   release();
   blob.reset();
-  const ColumnLayout& column = owner->layout().of(*property.info());
+  const ColumnLayout& column = session()->layout().of(*property.info());
   sqldb::Statement update =
-      owner->database("grow a blob")
-          .statement("UPDATE " + owner->layout().of(*property.info()->owner).table + " SET " +
-                     column.name + "=CAST(" + column.name +
+      session()
+          ->database("grow a blob")
+          .statement("UPDATE " + session()->layout().of(*property.info()->owner).table +
+                     " SET " + column.name + "=CAST(" + column.name +
                      "||zeroblob(?) AS BLOB) WHERE id=?");
   update.bind(1, static_cast<long long>(byteCount - length));
   update.bind(2, objectID);
@@ -155,11 +159,11 @@ BlobStream::BlobStream(BlobStream&&) noexcept = default;
 BlobStream& BlobStream::operator=(BlobStream&&) noexcept = default;
 
 void BlobStream::open(int objectID, diagnostics& diag) {
-  perform(*impl_->owner, "open a blob", diag, [&] { impl_->open(objectID); });
+  perform(*impl_->session(), "open a blob", diag, [&] { impl_->open(objectID); });
 }
 
 void BlobStream::close() {
-  const std::scoped_lock lock(impl_->owner->mutex());
+  const std::scoped_lock lock(impl_->session()->mutex());
   impl_->close();
 }
 
@@ -169,7 +173,7 @@ std::size_t BlobStream::size() const {
 
 void BlobStream::read(std::size_t offset, std::size_t length, void* into,
                       diagnostics& diag) const {
-  perform(*impl_->owner, "read a blob", diag, [&] {
+  perform(*impl_->session(), "read a blob", diag, [&] {
     const sqldb::Blob* blob = impl_->opened();
     impl_->checkRange(offset, length);
     if (length > 0) blob->read(offset, {static_cast<std::byte*>(into), length});
@@ -178,7 +182,7 @@ void BlobStream::read(std::size_t offset, std::size_t length, void* into,
 
 void BlobStream::write(std::size_t offset, std::size_t length, const void* from,
                        diagnostics& diag) {
-  perform(*impl_->owner, "write a blob", diag, [&] {
+  perform(*impl_->session(), "write a blob", diag, [&] {
     impl_->checkWritable();
     sqldb::Blob* blob = impl_->opened();
     impl_->checkRange(offset, length);
@@ -187,7 +191,7 @@ void BlobStream::write(std::size_t offset, std::size_t length, const void* from,
 }
 
 void BlobStream::growTo(std::size_t byteCount, diagnostics& diag) {
-  perform(*impl_->owner, "grow a blob", diag, [&] { impl_->growTo(byteCount); });
+  perform(*impl_->session(), "grow a blob", diag, [&] { impl_->growTo(byteCount); });
 }
 
 }  // namespace kodd

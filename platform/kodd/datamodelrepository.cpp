@@ -267,15 +267,19 @@ void DataModelRepository::setRollbackListener(boost::function<void(int level)> l
 }
 
 void DataModelRepository::setTraceCallback(sqldb::Database::TraceCallback callback) {
-  const std::scoped_lock lock(session_->mutex());
-  session_->hooks().trace = std::move(callback);
-  session_->installHooks();
+  diagnostics ignored;  // a database that takes no hooks says why at its next use
+  perform(*session_, "trace", ignored, [&] {
+    session_->hooks().trace = std::move(callback);
+    session_->installHooks();
+  });
 }
 
 void DataModelRepository::setProfileCallback(sqldb::Database::ProfileCallback callback) {
-  const std::scoped_lock lock(session_->mutex());
-  session_->hooks().profile = std::move(callback);
-  session_->installHooks();
+  diagnostics ignored;
+  perform(*session_, "profile", ignored, [&] {
+    session_->hooks().profile = std::move(callback);
+    session_->installHooks();
+  });
 }
 
 sqldb::Database* DataModelRepository::getDB() {

@@ -88,14 +88,11 @@ bool readRow(const std::shared_ptr<Session>& session, const QueryShape& shape,
 }  // namespace
 
 struct ResultIterator::Impl final : Pin {
-  Impl(std::shared_ptr<Session> session, std::shared_ptr<const QueryShape> queryShape,
+  Impl(std::shared_ptr<Session> owner, std::shared_ptr<const QueryShape> queryShape,
        QueryValues queryValues)
-      : Pin(session),
-        owner(std::move(session)),
-        shape(std::move(queryShape)),
-        values(std::move(queryValues)) {}
+      : Pin(std::move(owner)), shape(std::move(queryShape)), values(std::move(queryValues)) {}
   ~Impl() override {
-    const std::scoped_lock lock(owner->mutex());
+    const std::scoped_lock lock(session()->mutex());
     finish();
   }
 
@@ -105,12 +102,12 @@ struct ResultIterator::Impl final : Pin {
     statement.reset();
   }
 
-  std::shared_ptr<Session> owner;
   std::shared_ptr<const QueryShape> shape;
   QueryValues values;
   std::optional<sqldb::Statement> statement;
 
   using Pin::hold;
+  using Pin::session;
 };
 
 struct ObjectQuery::Impl {
@@ -178,13 +175,13 @@ ResultIterator::~ResultIterator() = default;
 bool ResultIterator::getNextResult(diagnostics& diag) {
   if (!impl_) return false;
   bool found = false;
-  const bool succeeded = perform(*impl_->owner, "query", diag, [&] {
+  const bool succeeded = perform(*impl_->session(), "query", diag, [&] {
     if (!impl_->statement) return;
-    found = readRow(impl_->owner, *impl_->shape, *impl_->statement);
+    found = readRow(impl_->session(), *impl_->shape, *impl_->statement);
     if (!found) impl_->finish();
   });
   if (succeeded) return found;
-  const std::scoped_lock lock(impl_->owner->mutex());
+  const std::scoped_lock lock(impl_->session()->mutex());
   impl_->finish();
   return false;
 }

@@ -14,7 +14,8 @@ namespace kodd {
 class DataModelRepository;
 
 /// The rows of one execution. Owns its statement; resets it at the end, on destruction and when
-/// the unit of work it ran in ends (it then answers false).
+/// the unit of work it ran in ends (it then answers false). While it is open it pins the state
+/// of the file it reads: keep it inside a unit of work where anything is written meanwhile.
 class ResultIterator {
  public:
   ResultIterator(ResultIterator&&) noexcept;

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <memory>
 #include <set>
+#include <system_error>
 #include <utility>
 #include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/sax2/Attributes.hpp>
@@ -188,7 +189,10 @@ void raiseSchemaError(const std::string& file, const std::string& reason) {
 }
 
 std::string readSchemaBytes(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
+  std::error_code error;
+  std::ifstream stream;
+  // The stream would open a folder as well, and throw when it reads from it.
+  if (std::filesystem::is_regular_file(file, error)) stream.open(file, std::ios::binary);
   std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
   if (!stream.is_open() || stream.bad()) raiseSchemaError(file, "it cannot be read");
   return bytes;

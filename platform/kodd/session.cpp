@@ -169,7 +169,10 @@ void Session::letGoOf(int fromLevel) noexcept {
 
 void Session::raiseNotOpen(std::string_view operation) const {
   kodiag::raise({"KODD:kodd", "RepositoryNotOpen"},
-                {{"Operation", std::string(operation)}, {"Location", location_}}, openFailure_);
+                {{"Operation", std::string(operation)},
+                 {"Location", location_},
+                 {"Reason", openFailure_.empty() ? "" : openFailure_.front().text()}},
+                openFailure_);
 }
 
 void Session::raiseStale(int objectID) const {

@@ -36,7 +36,7 @@ class Pin {
   /// Registers this pin with the level that is open now; needs the session's mutex.
   void hold(bool writes);
   void release() noexcept;
-  Session& session() const { return *session_; }
+  const std::shared_ptr<Session>& session() const { return session_; }
 
  private:
   friend class Session;

@@ -43,6 +43,8 @@ void ChunkBytes::OpenBlob::close() {
 ChunkBytes::ChunkBytes(ObjectManager& manager)
     : timesOfChunk_(manager.repository()),
       valuesOfChunk_(manager.repository()),
+      loadTimes_(manager.repository()),
+      loadValues_(manager.repository()),
       timeReader_(manager.getPropertyRef(strings::TimeChunk, strings::BlobData), manager,
                   Access::read),
       epochReader_(manager.getPropertyRef(strings::TimeChunk, strings::EpochBlobData), manager,
@@ -55,20 +57,28 @@ ChunkBytes::ChunkBytes(ObjectManager& manager)
                    Access::write),
       valueWriter_(manager.getPropertyRef(strings::DataChunk, strings::BlobData), manager,
                    Access::write) {
-  const auto bind = [&](kodd::ObjectQuery& query, const std::string& className, int* id) {
-    query.addConstraint(manager.getPropertyRef(className, strings::Chunk),
+  const kodd::ClassRef timesClass = manager.getClass(strings::TimeChunk);
+  const kodd::ClassRef valuesClass = manager.getClass(strings::DataChunk);
+  const kodd::PropertyRef times = timesClass.findProperty(strings::BlobData);
+  const kodd::PropertyRef epochs = timesClass.findProperty(strings::EpochBlobData);
+  const kodd::PropertyRef values = valuesClass.findProperty(strings::BlobData);
+  const auto ofChunk = [&](kodd::ObjectQuery& query, const kodd::ClassRef& cls) {
+    query.addConstraint(cls.findProperty(strings::Chunk),
                         kodd::PropertyValueMatchRelation::Equal, &chunk_);
-    query.addResultID(manager.getClass(className), id);
     query.setLimit(1);
   };
-  bind(timesOfChunk_, strings::TimeChunk, &found_.timesID);
-  timesOfChunk_.addResultProperty(manager.getPropertyRef(strings::TimeChunk, strings::BlobData),
-                                  &timeSize_);
-  timesOfChunk_.addResultProperty(
-      manager.getPropertyRef(strings::TimeChunk, strings::EpochBlobData), &epochSize_);
-  bind(valuesOfChunk_, strings::DataChunk, &found_.valuesID);
-  valuesOfChunk_.addResultProperty(
-      manager.getPropertyRef(strings::DataChunk, strings::BlobData), &valueSize_);
+  ofChunk(timesOfChunk_, timesClass);
+  timesOfChunk_.addResultID(timesClass, &found_.timesID);
+  timesOfChunk_.addResultProperty(times, &timeSize_);
+  timesOfChunk_.addResultProperty(epochs, &epochSize_);
+  ofChunk(valuesOfChunk_, valuesClass);
+  valuesOfChunk_.addResultID(valuesClass, &found_.valuesID);
+  valuesOfChunk_.addResultProperty(values, &valueSize_);
+  ofChunk(loadTimes_, timesClass);
+  loadTimes_.addResultProperty(times, &loaded_.times);
+  loadTimes_.addResultProperty(epochs, &loaded_.epochs);
+  ofChunk(loadValues_, valuesClass);
+  loadValues_.addResultProperty(values, &loaded_.values);
 }
 
 ChunkBlobs ChunkBytes::of(int chunk) {
@@ -82,6 +92,18 @@ ChunkBlobs ChunkBytes::of(int chunk) {
     found_.valueBytes = valueSize_.length;
   }
   return found_;
+}
+
+const LoadedChunk& ChunkBytes::load(int chunk) {
+  chunk_ = chunk;
+  if (!raising([&](auto& diag) { return loadTimes_.executeForOne(diag); })) {
+    loaded_.times.clear();
+    loaded_.epochs.clear();
+  }
+  if (!raising([&](auto& diag) { return loadValues_.executeForOne(diag); })) {
+    loaded_.values.clear();
+  }
+  return loaded_;
 }
 
 void ChunkBytes::readTimes(const ChunkBlobs& blobs, std::size_t first, std::size_t count,

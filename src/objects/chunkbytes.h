@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <vector>
 
 #include "objectmanager/objectmanager.h"
 
@@ -19,6 +20,16 @@ struct ChunkBlobs {
   /// The number of points there is room for.
   std::size_t capacity() const { return timeBytes / sizeof(double); }
   bool hasEpochs() const { return epochBytes > 0; }
+};
+
+/// All bytes of a chunk. Empty where the chunk has none.
+struct LoadedChunk {
+  std::vector<char> times;
+  std::vector<char> epochs;
+  std::vector<char> values;
+
+  /// The number of points there is room for.
+  std::size_t capacity() const { return times.size() / sizeof(double); }
 };
 
 /// Packed bytes of the caller, not copied. `epochs` is null without epochs; values without
@@ -66,11 +77,12 @@ class ChunkBytes : public PreparedSet {
   };
 
   ChunkBlobs of(int chunk);
+  /// Everything at once, which is cheaper as long as it is little. Valid until the next call.
+  const LoadedChunk& load(int chunk);
 
   // Points and bytes count from the start of the chunk.
   void readTimes(const ChunkBlobs& blobs, std::size_t first, std::size_t count, double* into);
-  void readEpochs(const ChunkBlobs& blobs, std::size_t first, std::size_t count,
-                  void* into);
+  void readEpochs(const ChunkBlobs& blobs, std::size_t first, std::size_t count, void* into);
   void readValues(const ChunkBlobs& blobs, std::size_t offset, std::size_t byteCount,
                   char* into);
   /// Index of the first of `points` times that is not less than `time`; `points` if none.
@@ -108,6 +120,9 @@ class ChunkBytes : public PreparedSet {
   kodd::BlobSizeInfo valueSize_;
   kodd::ObjectQuery timesOfChunk_;
   kodd::ObjectQuery valuesOfChunk_;
+  LoadedChunk loaded_;
+  kodd::ObjectQuery loadTimes_;
+  kodd::ObjectQuery loadValues_;
 
   OpenBlob timeReader_;
   OpenBlob epochReader_;

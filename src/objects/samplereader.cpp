@@ -58,16 +58,35 @@ NumberKind SampleReader::numberKind() {
 std::vector<ChunkSlice> SampleReader::slices(double t0, double t1) {
   std::vector<ChunkSlice> slices;
   for (const ChunkRow& row : rows_.overlapping(layout_.owner, t0, t1)) {
-    ChunkSlice slice = whole(row, slices.max_size());
-    const std::size_t points = slice.count;
-    if (row.startTime < t0) slice.first = bytes_.lowerBound(slice.blobs, points, t0);
-    const std::size_t end =
-        row.endTime > t1 ? bytes_.upperBound(slice.blobs, points, t1) : points;
-    if (slice.first >= end) continue;
-    slice.count = end - slice.first;
-    slices.push_back(slice);
+    ChunkSlice slice = whole(row, SIZE_MAX);
+    if (cut(slice, t0, t1)) slices.push_back(slice);
   }
   return slices;
+}
+
+SampleSpan SampleReader::span(double t0, double t1) {
+  SampleSpan span;
+  for (const ChunkRow& row : rows_.overlapping(layout_.owner, t0, t1)) {
+    if (row.points <= 0) continue;
+    ChunkSlice slice{row, {}, 0, static_cast<std::size_t>(row.points)};
+    const bool isCut = row.startTime < t0 || row.endTime > t1;
+    if (isCut) slice = whole(row, SIZE_MAX);
+    if (isCut && !cut(slice, t0, t1)) continue;
+    if (span.samples == 0) span.firstTime = timeAt(slice, slice.first);
+    span.lastTime = timeAt(slice, slice.first + slice.count - 1);
+    span.samples += slice.count;
+  }
+  return span;
+}
+
+/// Leaves of a whole chunk what lies in the range. \returns whether anything does
+bool SampleReader::cut(ChunkSlice& slice, double t0, double t1) {
+  const std::size_t points = slice.count;
+  if (slice.chunk.startTime < t0) slice.first = bytes_.lowerBound(slice.blobs, points, t0);
+  const std::size_t end =
+      slice.chunk.endTime > t1 ? bytes_.upperBound(slice.blobs, points, t1) : points;
+  slice.count = end > slice.first ? end - slice.first : 0;
+  return slice.count > 0;
 }
 
 ChunkSlice SampleReader::whole(const ChunkRow& chunk, std::size_t mostPoints) {
@@ -135,6 +154,24 @@ double SampleReader::timeAt(const ChunkSlice& slice, std::size_t point) {
   double time = 0;
   bytes_.readTimes(slice.blobs, point, 1, &time);
   return time;
+}
+
+void SampleReader::readAll(const std::vector<ChunkSlice>& slices, const SampleExtent& extent,
+                           SampleTarget target) {
+  for (const ChunkSlice& slice : slices) {
+    if (target.times) {
+      readTimes(slice, target.times);
+      target.times += slice.count;
+    }
+    if (target.values) {
+      readValues(slice, target.values);
+      target.values += valueBytes(slice);
+    }
+    if (target.epochs && extent.hasEpochs) {
+      readEpochs(slice, target.epochs);
+      target.epochs += slice.count;
+    }
+  }
 }
 
 void SampleReader::readTimes(const ChunkSlice& slice, double* into) {

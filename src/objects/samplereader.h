@@ -51,6 +51,8 @@ class SampleReader {
 
   /// The samples in [t0, t1], both ends included. Chunks without times have none.
   std::vector<ChunkSlice> slices(double t0, double t1);
+  /// What slices() would hold, found out from the rows as far as possible.
+  SampleSpan span(double t0, double t1);
   /// A whole chunk, at most `mostPoints` of it.
   ChunkSlice whole(const ChunkRow& chunk, std::size_t mostPoints);
 
@@ -63,6 +65,9 @@ class SampleReader {
   /// Whether every sample of the slice has an epoch index.
   static bool hasEpochs(const ChunkSlice& slice);
   SampleExtent extentOf(const std::vector<ChunkSlice>& slices);
+  /// Writes the samples of all slices where `target` says.
+  void readAll(const std::vector<ChunkSlice>& slices, const SampleExtent& extent,
+               SampleTarget target);
   void readTimes(const ChunkSlice& slice, double* into);
   void readEpochs(const ChunkSlice& slice, unsigned* into);
   void readValues(const ChunkSlice& slice, char* into);
@@ -78,6 +83,7 @@ class SampleReader {
   void addTo(NumberBounds& bounds, const ChunkSlice& slice);
 
  private:
+  bool cut(ChunkSlice& slice, double t0, double t1);
   std::size_t storedOffset(const ChunkBlobs& blobs, std::size_t point);
   std::size_t bytesWithoutTimes(const ChunkSlice& slice);
   template <class Consume>

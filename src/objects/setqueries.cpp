@@ -1,6 +1,5 @@
 // The signals of a run, and the lists of runs.
 #include <boost/make_shared.hpp>
-#include <set>
 
 #include "objectmanager/objectmanager.h"
 #include "objects/find.h"
@@ -8,6 +7,7 @@
 #include "objects/runrow.h"
 #include "objects/set.h"
 #include "objects/signal.h"
+#include "objects/signalremoval.h"
 #include "objects/strings.h"
 
 namespace vela {
@@ -57,31 +57,17 @@ void writeToAll(ObjectManager& manager, const kodd::Selection& signals,
   raising([&](kodiag::util::diagnostics& diag) { modifier->modifySelected(signals, diag); });
 }
 
-kodd::Selection selectSignals(ObjectManager& manager, const std::string& property,
-                              kodd::PropertyValueMatchRelation relation, int value) {
+kodd::Selection selectSignals(ObjectManager& manager, int runID) {
   const kodd::ClassRef cls = manager.getClass(strings::Signal);
-  return kodd::Selection(cls).matching(cls.findProperty(property), relation, value);
+  return kodd::Selection(cls).matching(cls.findProperty(strings::FK_SetID),
+                                       kodd::PropertyValueMatchRelation::Equal, runID);
 }
 
 /// Gives a signal and everything below it to a run.
 void moveSubtree(ObjectManager& manager, int rootID, int runID) {
-  const auto equal = kodd::PropertyValueMatchRelation::Equal;
-  const kodd::ClassRef cls = manager.getClass(strings::Signal);
-  writeToAll(manager, kodd::Selection(cls).withId(rootID), strings::FK_SetID, runID);
-
-  std::vector<int> parents = {rootID};
-  std::set<int> met = {rootID};
-  // Grows while it is walked.
-  for (std::size_t i = 0; i < parents.size(); ++i) {
-    writeToAll(manager, selectSignals(manager, strings::FK_Parent, equal, parents[i]),
-               strings::FK_SetID, runID);
-    const std::vector<int> inner =
-        findIDs(manager, strings::Signal,
-                {equals(strings::FK_Parent, parents[i]), differs(strings::HasChildren, 0)});
-    for (const int id : inner) {
-      if (met.insert(id).second) parents.push_back(id);
-    }
-  }
+  kodd::Selection signals(manager.getClass(strings::Signal));
+  for (const int id : signalsBelow(manager, rootID)) signals = std::move(signals).withId(id);
+  writeToAll(manager, signals, strings::FK_SetID, runID);
 }
 
 }  // namespace
@@ -161,20 +147,15 @@ void Set::removeElement(const Element& element) {
 }
 
 void Set::uncheckAllSignals() {
-  const kodd::ClassRef cls = manager().getClass(strings::Signal);
+  const kodd::PropertyRef checked = manager().getPropertyRef(strings::Signal, strings::Checked);
   writeToAll(manager(),
-             selectSignals(manager(), strings::FK_SetID,
-                           kodd::PropertyValueMatchRelation::Equal, getID())
-                 .matching(cls.findProperty(strings::Checked),
-                           kodd::PropertyValueMatchRelation::NotEqual, 0),
+             selectSignals(manager(), getID())
+                 .matching(checked, kodd::PropertyValueMatchRelation::NotEqual, 0),
              strings::Checked, 0);
 }
 
 void Set::setRunSignalsToInactive() {
-  writeToAll(manager(),
-             selectSignals(manager(), strings::FK_SetID,
-                           kodd::PropertyValueMatchRelation::Equal, getID()),
-             strings::IsActivelyStreaming, 0);
+  writeToAll(manager(), selectSignals(manager(), getID()), strings::IsActivelyStreaming, 0);
 }
 
 int Set::getRunCount(ObjectManager& manager, Application application, Sessions sessions) {

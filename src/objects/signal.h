@@ -39,13 +39,17 @@ struct SignalDataRange {
   bool isValid = false;
 };
 
-/// How much a range read delivers.
-struct SampleExtent {
+/// The samples of a range. The times are 0 without samples.
+struct SampleSpan {
   std::size_t samples = 0;
+  double firstTime = 0;
+  double lastTime = 0;
+};
+
+/// How much a range read delivers.
+struct SampleExtent : SampleSpan {
   std::size_t valueBytes = 0;  ///< of all samples together
   bool hasEpochs = false;      ///< whether every chunk of the range carries epoch indices
-  double firstTime = 0;        ///< 0 without samples
-  double lastTime = 0;
 };
 
 /// Where a range read puts its samples: room for `samples` times and epochs and for
@@ -316,8 +320,10 @@ class Signal : public Element, public SignalEnums {
   void getDataTimeForChunk(ObjectRef& chunk, std::vector<char>& values,
                            std::vector<double>& times, std::vector<unsigned>* epochs,
                            bool extractLeaf, std::string& classification) const;
-  /// Samples in [t0, t1], both ends included, written where `allocate` says. It is called once,
-  /// with the sizes, before anything is read. A composite leaf delivers its own elements.
+  /// Samples in [t0, t1], both ends included, written where `allocate` says. It is called with
+  /// the sizes before anything is written; should the chunks turn out to be of uneven make,
+  /// once more, and what was written before is void. A composite leaf delivers its own
+  /// elements.
   SampleExtent readRange(
       double t0, double t1,
       const std::function<SampleTarget(const SampleExtent&)>& allocate) const;
@@ -325,9 +331,9 @@ class Signal : public Element, public SignalEnums {
   /// them.
   void readRange(double t0, double t1, std::vector<double>& times, std::vector<char>& values,
                  std::vector<unsigned>* epochs = nullptr) const;
-  /// Number and time span of the samples in [t0, t1]; reads no values.
-  SampleExtent getExtent(double t0, double t1) const;
-  SampleExtent getExtent() const;
+  /// Counts the samples in [t0, t1]; reads none but the first and last time.
+  SampleSpan getExtent(double t0, double t1) const;
+  SampleSpan getExtent() const;
   /// Takes this leaf's elements out of records; fixed-point ones become doubles.
   void deinterleaveStructuredData(const char* records, unsigned byteCount,
                                   std::vector<char>& out) const;

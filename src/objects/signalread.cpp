@@ -6,6 +6,7 @@
 #include "objects/samplereader.h"
 #include "objects/sampletypes.h"
 #include "objects/signal.h"
+#include "objects/smallchunkreader.h"
 #include "objects/strings.h"
 
 namespace vela {
@@ -132,23 +133,11 @@ SampleExtent Signal::readRange(
   SampleExtent extent;
   manager().inReadUnit([&] {
     SampleReader reader(manager(), getObjectReference().getObjRef(), true);
+    SmallChunkReader small(manager(), reader.layout());
+    if (small.read(t0, t1, allocate, extent)) return;
     const std::vector<ChunkSlice> slices = reader.slices(t0, t1);
     extent = reader.extentOf(slices);
-    SampleTarget target = allocate(extent);
-    for (const ChunkSlice& slice : slices) {
-      if (target.times) {
-        reader.readTimes(slice, target.times);
-        target.times += slice.count;
-      }
-      if (target.values) {
-        reader.readValues(slice, target.values);
-        target.values += reader.valueBytes(slice);
-      }
-      if (target.epochs && extent.hasEpochs) {
-        reader.readEpochs(slice, target.epochs);
-        target.epochs += slice.count;
-      }
-    }
+    reader.readAll(slices, extent, allocate(extent));
   });
   return extent;
 }
@@ -163,11 +152,15 @@ void Signal::readRange(double t0, double t1, std::vector<double>& times,
   });
 }
 
-SampleExtent Signal::getExtent(double t0, double t1) const {
-  return readRange(t0, t1, [](const SampleExtent&) { return SampleTarget(); });
+SampleSpan Signal::getExtent(double t0, double t1) const {
+  SampleSpan span;
+  manager().inReadUnit([&] {
+    span = SampleReader(manager(), getObjectReference().getObjRef(), true).span(t0, t1);
+  });
+  return span;
 }
 
-SampleExtent Signal::getExtent() const {
+SampleSpan Signal::getExtent() const {
   return getExtent(-DBL_MAX, DBL_MAX);
 }
 

@@ -114,6 +114,9 @@ def test_the_repository_can_come_from_the_environment(vela, drive):
     vela("import", drive)
     assert len(vela.json("ls")) == 1
     assert (vela.folder / "lab.dmr").exists()
+    vela("import", drive, "--into", "other.dmr")
+    vela("rm", "drive", "--yes", "-r", "other.dmr")
+    assert len(vela.json("ls")) == 1 and vela.json("ls", "-r", "other.dmr") == []
 
 
 def test_durability_is_checked(vela, drive):

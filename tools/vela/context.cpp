@@ -4,9 +4,9 @@ namespace vela::tool {
 
 void addCommonOptions(CLI::App& command, Context& context) {
   command
-      .add_option("-r,--repository,--into", context.repository,
-                  "Repository file (.dmr); default: your shared repository")
-      ->envname("VELA_REPOSITORY")
+      .add_option(
+          "-r,--repository,--into", context.repository,
+          "Repository file (.dmr); default: VELA_REPOSITORY, else your shared repository")
       ->type_name("FILE");
   command.add_flag("--json", context.json, "Print the result as JSON");
   command.add_flag("-q,--quiet", context.quiet, "No progress and no words, errors only");

@@ -44,6 +44,11 @@ ExitCode run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kDone : kFailed;
   }
+  // Not an option's own default: every subcommand's would write the one context.
+  if (const char* repository = std::getenv("VELA_REPOSITORY");
+      repository && context.repository.empty()) {
+    context.repository = repository;
+  }
   if (context.durable) setenv("VELA_DURABILITY", "durable", 1);
   return context.command();
 }

@@ -40,7 +40,7 @@ struct SignalView {
   std::string name;
   std::string unit;
   std::string type;  ///< of the samples; empty for a signal that only groups others
-  SampleExtent extent;
+  SampleSpan extent;
 };
 
 /// What is shown of one signal.

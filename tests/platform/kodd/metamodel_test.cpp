@@ -108,13 +108,14 @@ TEST_F(MetamodelTest, RefusesWhatItCannotMeanAndNamesTheFile) {
   }
 }
 
-TEST_F(MetamodelTest, AMissingSchemaLeavesTheRepositoryAlone) {
+TEST_F(MetamodelTest, ASchemaThatCannotBeReadLeavesTheRepositoryAlone) {
   DataModelRepository repository;
-  EXPECT_EQ(idLeftBy([&](diagnostics& diag) {
-              repository.open(text::toWide(path("new.dmr")), text::toWide(path("none.xml")), {},
-                              diag);
-            }),
-            "KODD:kodd:SchemaError");
+  for (const std::string& schema : {path("none.xml"), folder_}) {
+    EXPECT_EQ(idLeftBy([&](diagnostics& diag) {
+                repository.open(text::toWide(path("new.dmr")), text::toWide(schema), {}, diag);
+              }),
+              "KODD:kodd:SchemaError");
+  }
   EXPECT_FALSE(std::filesystem::exists(path("new.dmr")));
 }
 
