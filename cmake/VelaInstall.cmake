@@ -13,6 +13,7 @@ set_target_properties(nexstore PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+add_dependencies(nexstore vela_schema_files)
 # The headers show types of header-only boost; every other third party is an affair of the library.
 target_link_libraries(nexstore INTERFACE Boost::headers)
 target_compile_features(nexstore INTERFACE cxx_std_20)

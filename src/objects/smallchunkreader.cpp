@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ranges>
 
 namespace vela {
 namespace {
@@ -19,7 +20,7 @@ bool SmallChunkReader::read(double t0, double t1, const Allocate& allocate,
   if (!chunksAreSmall()) return false;
   for (const ChunkRow& chunk :
        manager_.prepared<ChunkRows>().overlapping(layout_.owner, t0, t1)) {
-    if (chunk.points > 0 && !cut(chunk, t0, t1)) return false;
+    if (chunk.points > 0 && !plan(chunk, t0, t1)) return false;
   }
   extent_.hasEpochs = hasEpochs_ && extent_.samples > 0;
   SampleTarget target = allocate(extent_);
@@ -45,6 +46,15 @@ void SmallChunkReader::load(const ChunkRow& chunk) {
   loadedID_ = chunk.id;
 }
 
+/// Takes the make of the loaded chunk for that of all. \returns whether it can be read
+bool SmallChunkReader::learnMake() {
+  if (loaded_->capacity() == 0) return false;
+  recordBytes_ = loaded_->values.size() / loaded_->capacity();
+  hasEpochs_ = !loaded_->epochs.empty();
+  const bool fits = !layout_.extraction || layout_.extraction->recordBytes() == recordBytes_;
+  return recordBytes_ > 0 && fits;
+}
+
 bool SmallChunkReader::isMadeLikeFirst(const ChunkRow& chunk) const {
   const std::size_t capacity = loaded_->capacity();
   return capacity >= static_cast<std::size_t>(chunk.points) &&
@@ -52,51 +62,43 @@ bool SmallChunkReader::isMadeLikeFirst(const ChunkRow& chunk) const {
          loaded_->epochs.size() == (hasEpochs_ ? capacity * sizeof(unsigned) : 0);
 }
 
-/// Adds what the range takes of a chunk. \returns false for a chunk of another make
-bool SmallChunkReader::cut(const ChunkRow& chunk, double t0, double t1) {
+/// Plans what the range takes of a chunk; loads only the first one and those at its ends.
+bool SmallChunkReader::plan(const ChunkRow& chunk, double t0, double t1) {
   Slice slice{chunk, 0, static_cast<std::size_t>(chunk.points)};
   const bool isCut = chunk.startTime < t0 || chunk.endTime > t1;
-  if (isCut || recordBytes_ == 0) {
+  const bool isFirst = recordBytes_ == 0;
+  if (isCut || isFirst) {
     load(chunk);
-    if (recordBytes_ == 0) {
-      if (loaded_->capacity() == 0) return false;
-      recordBytes_ = loaded_->values.size() / loaded_->capacity();
-      hasEpochs_ = !loaded_->epochs.empty();
-      const bool wanted =
-          !layout_.extraction || layout_.extraction->recordBytes() == recordBytes_;
-      if (recordBytes_ == 0 || !wanted) return false;
-    }
+    if (isFirst && !learnMake()) return false;
     if (!isMadeLikeFirst(chunk)) return false;
   }
-  if (isCut) {
-    const auto point = [this](std::size_t from, std::size_t to, auto before) {
-      while (from < to) {
-        const std::size_t middle = from + (to - from) / 2;
-        if (before(loadedTime(middle))) {
-          from = middle + 1;
-        } else {
-          to = middle;
-        }
-      }
-      return from;
-    };
-    const std::size_t points = slice.count;
-    slice.first = point(0, points, [t0](double time) { return time < t0; });
-    slice.count =
-        point(slice.first, points, [t1](double time) { return time <= t1; }) - slice.first;
-    if (slice.count == 0) return true;
-  }
-  if (extent_.samples == 0) {
-    extent_.firstTime = slice.first == 0 ? chunk.startTime : loadedTime(slice.first);
-  }
-  const std::size_t last = slice.first + slice.count - 1;
-  const bool endsWithChunk = last + 1 == static_cast<std::size_t>(chunk.points);
-  extent_.lastTime = endsWithChunk ? chunk.endTime : loadedTime(last);
+  if (isCut) cut(slice, t0, t1);
+  if (slice.count > 0) add(slice);
+  return true;
+}
+
+void SmallChunkReader::cut(Slice& slice, double t0, double t1) const {
+  const auto points = std::views::iota(std::size_t{0}, slice.count);
+  const auto time = [this](std::size_t point) { return loadedTime(point); };
+  const auto begin = std::ranges::lower_bound(points, t0, {}, time);
+  const auto end = std::ranges::upper_bound(begin, points.end(), t1, {}, time);
+  slice.first = static_cast<std::size_t>(begin - points.begin());
+  slice.count = static_cast<std::size_t>(end - begin);
+}
+
+void SmallChunkReader::add(const Slice& slice) {
+  // Whatever does not begin or end with its chunk has been loaded to be cut.
+  const auto timeAt = [&](std::size_t point) {
+    if (point == 0) return slice.chunk.startTime;
+    const bool endsChunk = point + 1 == static_cast<std::size_t>(slice.chunk.points);
+    return endsChunk ? slice.chunk.endTime : loadedTime(point);
+  };
+  if (extent_.samples == 0) extent_.firstTime = timeAt(slice.first);
+  extent_.lastTime = timeAt(slice.first + slice.count - 1);
   extent_.samples += slice.count;
   extent_.valueBytes +=
       slice.count * (layout_.extraction ? layout_.extraction->elementBytes() : recordBytes_);
   slices_.push_back(slice);
-  return true;
 }
 
 void SmallChunkReader::copy(const Slice& slice, SampleTarget& target) const {

@@ -28,8 +28,11 @@ class SmallChunkReader {
 
   bool chunksAreSmall();
   void load(const ChunkRow& chunk);
+  bool learnMake();
   bool isMadeLikeFirst(const ChunkRow& chunk) const;
-  bool cut(const ChunkRow& chunk, double t0, double t1);
+  bool plan(const ChunkRow& chunk, double t0, double t1);
+  void cut(Slice& slice, double t0, double t1) const;
+  void add(const Slice& slice);
   void copy(const Slice& slice, SampleTarget& target) const;
   double loadedTime(std::size_t point) const;
 
