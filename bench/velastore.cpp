@@ -15,8 +15,13 @@ Vela::Vela(const std::string& path) : manager_(text::toWide(path)) {
   manager_.initializeObjectManager("", "");
 }
 
+void Vela::createRun(const std::string& name) {
+  run_ = std::make_unique<vela::Set>(manager_, true);
+  run_->setName(text::toWide(name));
+}
+
 Vela::Id Vela::createSignal(const std::string& name) {
-  if (!run_) run_ = std::make_unique<vela::Set>(manager_, true);
+  if (!run_) createRun("run");
   Id signal(new vela::Signal(manager_));
   signal->setName(text::toWide(name));
   run_->addElement(*signal);

@@ -12,7 +12,7 @@
 #include "objects/set.h"
 #include "objects/signal.h"
 
-/// Signals of one run in a repository file of their own.
+/// Runs and their signals in a repository file of their own.
 class Vela {
  public:
   using Id = boost::shared_ptr<vela::Signal>;
@@ -22,6 +22,8 @@ class Vela {
   void beginTransaction() { manager_.beginTransaction(); }
   void commitTransaction() { manager_.commitTransaction(); }
 
+  /// Signals created afterwards belong to it.
+  void createRun(const std::string& name);
   Id createSignal(const std::string& name);
   void append(const Id& signal, std::span<const double> times, std::span<const double> values);
   void appendMerging(const Id& signal, double time, double value,

@@ -13,6 +13,9 @@ set_target_properties(nexstore PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+if(NOT VELA_SANITIZE)
+  target_link_options(nexstore PRIVATE LINKER:-z,defs)
+endif()
 add_dependencies(nexstore vela_schema_files)
 # The headers show types of header-only boost; every other third party is an affair of the library.
 target_link_libraries(nexstore INTERFACE Boost::headers)

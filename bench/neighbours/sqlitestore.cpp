@@ -18,6 +18,7 @@ constexpr const char* kSettings = R"(
     PRAGMA cache_size = -32768;)";
 
 constexpr const char* kTables = R"(
+    CREATE TABLE IF NOT EXISTS run(id INTEGER PRIMARY KEY, date, name TEXT);
     CREATE TABLE IF NOT EXISTS signal(
       id INTEGER PRIMARY KEY, run INTEGER, parent INTEGER, source INTEGER, type INTEGER,
       points INTEGER DEFAULT 0, lastchunk INTEGER DEFAULT 0, lastbytes INTEGER DEFAULT 0,
@@ -150,7 +151,8 @@ SqliteStore::SqliteStore(const std::string& path) {
 
   begin_ = prepare("BEGIN IMMEDIATE");
   commit_ = prepare("COMMIT");
-  insertSignal_ = prepare("INSERT INTO signal(run, name) VALUES(1, ?)");
+  insertRun_ = prepare("INSERT INTO run(name) VALUES(?)");
+  insertSignal_ = prepare("INSERT INTO signal(run, name) VALUES(?, ?)");
   selectCounters_ = prepare(
       "SELECT points, lastchunk, lastbytes, largestbytes, newest FROM signal WHERE id = ?");
   updateCounters_ = prepare(
@@ -191,8 +193,13 @@ void SqliteStore::commitTransaction() {
   Use(commit_.get()).run();
 }
 
+void SqliteStore::createRun(std::string_view name) {
+  Use(insertRun_.get(), name).run();
+  run_ = sqlite3_last_insert_rowid(database_.get());
+}
+
 SqliteStore::Id SqliteStore::createSignal(std::string_view name) {
-  Use(insertSignal_.get(), name).run();
+  Use(insertSignal_.get(), run_, name).run();
   return sqlite3_last_insert_rowid(database_.get());
 }
 

@@ -15,8 +15,8 @@ struct sqlite3_stmt;
 
 namespace neighbours {
 
-/// Signals of one run in a SQLite file of the same tables and settings as Vela's, without any
-/// of its checks, its object layer or its locks.
+/// Runs and their signals in a SQLite file of the same tables and settings as Vela's, without
+/// any of its checks, its object layer or its locks.
 ///
 /// Every statement is prepared once. Samples are (time, value) pairs of doubles. Errors of the
 /// engine are thrown as std::runtime_error.
@@ -34,6 +34,8 @@ class SqliteStore {
   void beginTransaction();
   void commitTransaction();
 
+  /// Signals created afterwards belong to it.
+  void createRun(std::string_view name);
   Id createSignal(std::string_view name);
 
   /// Appends samples as a chunk of their own: five statements in one transaction.
@@ -84,7 +86,8 @@ class SqliteStore {
   void writeBlob(const char* table, Id chunk, std::size_t point, double number);
 
   std::unique_ptr<sqlite3, CloseDatabase> database_;
-  Statement begin_, commit_, insertSignal_, selectCounters_, updateCounters_;
+  Id run_ = 0;
+  Statement begin_, commit_, insertRun_, insertSignal_, selectCounters_, updateCounters_;
   Statement insertChunk_, insertTimes_, insertValues_;
   Statement selectLastChunk_, updateChunk_, growTimes_, growValues_;
   Statement selectAll_, selectRange_;

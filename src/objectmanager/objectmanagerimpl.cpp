@@ -302,10 +302,12 @@ void ObjectManagerImpl::runUnit(DictionaryFunction fn) {
 void ObjectManagerImpl::beginBulkPropertyUpdate(ObjectRef& handle) {
   storedObject(handle);
   bulkUpdates_.begin(&handle, handle.getClassRef(), repository_);
+  handle.noteBulkPropertyUpdate(true);
 }
 
 void ObjectManagerImpl::commitBulkPropertyUpdate(ObjectRef& handle) {
   std::optional<kodd::ObjectModifier> modifier = bulkUpdates_.take(&handle);
+  handle.noteBulkPropertyUpdate(false);
   if (!modifier) return;
   kodd::ObjectRef object = handle.getObjRef();
   diagnostics diag;

@@ -12,19 +12,25 @@ struct ObjectRef::Record {
   kodd::ClassRef cls;
   std::string type;
   ObjectManager& manager;
+  bool hasBulkUpdate = false;
 };
 
 ObjectRef::ObjectRef(int tag, kodd::ObjectRef object, kodd::ClassRef cls,
                      const std::string& type, ObjectManager& manager)
-    : record_(new Record{tag, std::move(object), cls, type, manager}) {}
+    : record_(new Record{tag, std::move(object), cls, type, manager, false}) {}
 
 ObjectRef::ObjectRef(kodd::ObjectRef object, kodd::ClassRef cls, const std::string& type,
                      ObjectManager& manager)
     : ObjectRef(0, std::move(object), cls, type, manager) {}
 
 ObjectRef::~ObjectRef() {
-  // Otherwise a new handle at this address would inherit the update and write to this object.
-  record_->manager.dropBulkPropertyUpdate(this);
+  // Otherwise a new handle at this address would inherit the update and write to this object. A
+  // handle without one leaves the manager alone: that may be gone already.
+  if (record_->hasBulkUpdate) record_->manager.dropBulkPropertyUpdate(this);
+}
+
+void ObjectRef::noteBulkPropertyUpdate(bool open) {
+  record_->hasBulkUpdate = open;
 }
 
 std::unique_ptr<ObjectRef> ObjectRef::clone() const {

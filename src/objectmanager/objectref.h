@@ -91,7 +91,11 @@ class ObjectRef {
   void removeObject(kodiag::util::diagnostics& diag);
 
  private:
+  friend class ObjectManagerImpl;
   struct Record;
+
+  void noteBulkPropertyUpdate(bool open);
+
   std::unique_ptr<Record> record_;
 };
 
