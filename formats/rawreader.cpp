@@ -52,8 +52,8 @@ class ScaleCheck {
 
   void add(std::span<const double> values, const RawRows& rows) {
     for (std::size_t at = 0; at < values.size(); at += rowLength(plot_), ++row_) {
-      // Of a complex scale only the real part means anything: simulators leave whatever stood in
-      // memory in the other.
+      // Of a complex scale only the real part means anything: simulators leave whatever stood
+      // in memory in the other.
       const double scale = kind_ == AxisKind::kPoint ? static_cast<double>(row_) : values[at];
       const double previous = finder_.steps().empty() ? 0 : finder_.steps().back().last;
       switch (finder_.add(scale)) {

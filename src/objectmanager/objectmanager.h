@@ -75,8 +75,8 @@ class ObjectManager {
   /// Looks at a file without changing it: whether it may be opened as a repository (or is
   /// absent).
   static void checkFile(const std::wstring& location, kodiag::util::diagnostics& diag);
-  /// What the last opening has to tell: that a damaged shared file was set aside and where, or that
-  /// this instance could not be recorded. Empty after an ordinary one.
+  /// What the last opening has to tell: that a damaged shared file was set aside and where, or
+  /// that this instance could not be recorded. Empty after an ordinary one.
   const kodiag::util::diagnostics& getOpeningNotices() const;
 
   std::wstring getDatabaseLocation() const;
