@@ -41,6 +41,14 @@ struct BlobSizeInfo {
   std::size_t length = 0;
 };
 
+/// Receives a part of a blob in queries. Nothing is copied of a part that is not all there.
+struct BlobPart {
+  std::size_t offset = 0;
+  std::size_t length = 0;
+  void* into = nullptr;
+  std::size_t blobLength = 0;  ///< what the whole blob has
+};
+
 using EntryValue =
     std::variant<UndefinedValue, Boolean, char, signed char, short, int, long long,
                  unsigned char, unsigned short, unsigned int, unsigned long long, float, double,

@@ -36,6 +36,15 @@ class RowReader {
   void operator()(BlobSizeInfo* value) const {
     value->length = static_cast<std::size_t>(row_.int64(column_));
   }
+  void operator()(BlobPart* value) const {
+    const std::span<const std::byte> bytes = row_.blob(column_);
+    value->blobLength = bytes.size();
+    const bool isThere =
+        value->offset <= bytes.size() && value->length <= bytes.size() - value->offset;
+    if (isThere && value->length > 0) {
+      std::memcpy(value->into, bytes.data() + value->offset, value->length);
+    }
+  }
   void operator()(std::vector<char>* value) const {
     const std::span<const std::byte> bytes = row_.blob(column_);
     const char* first = reinterpret_cast<const char*>(bytes.data());
@@ -311,6 +320,10 @@ void ObjectQuery::addResultProperty(const PropertyRef& prop, ObjectRef* value) {
 
 void ObjectQuery::addResultProperty(const PropertyRef& prop, BlobSizeInfo* value) {
   impl_->addResult(prop, isBytes, "bytes", value, QueryResult::Form::blobSize);
+}
+
+void ObjectQuery::addResultProperty(const PropertyRef& prop, BlobPart* value) {
+  impl_->addResult(prop, isBytes, "bytes", value);
 }
 
 void ObjectQuery::addResultProperty(const PropertyRef& prop, std::vector<char>* value) {

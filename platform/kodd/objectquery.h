@@ -83,6 +83,8 @@ class ObjectQuery {
   void addResultProperty(const PropertyRef& prop, std::wstring* value);
   void addResultProperty(const PropertyRef& prop, ObjectRef* value);
   void addResultProperty(const PropertyRef& prop, BlobSizeInfo* value);
+  /// Copies the part to where it says, which may change from row to row.
+  void addResultProperty(const PropertyRef& prop, BlobPart* value);
   void addResultProperty(const PropertyRef& prop, std::vector<char>* value);
   void addResultProperty(const PropertyRef& prop, int capacity, void* buffer, int* length);
   void addResultObject(const ClassRef& cls, ObjectRef* object);

@@ -52,8 +52,9 @@ struct RawBuffer {
 };
 
 /// A variable of the caller, written with every row.
-using QueryDestination = std::variant<int*, long long*, double*, std::string*, std::wstring*,
-                                      ObjectRef*, BlobSizeInfo*, std::vector<char>*, RawBuffer>;
+using QueryDestination =
+    std::variant<int*, long long*, double*, std::string*, std::wstring*, ObjectRef*,
+                 BlobSizeInfo*, BlobPart*, std::vector<char>*, RawBuffer>;
 
 struct QueryResult {
   enum class Form {

@@ -45,6 +45,8 @@ ChunkBytes::ChunkBytes(ObjectManager& manager)
       valuesOfChunk_(manager.repository()),
       loadTimes_(manager.repository()),
       loadValues_(manager.repository()),
+      copyTimes_(manager.repository()),
+      copyValues_(manager.repository()),
       timeReader_(manager.getPropertyRef(strings::TimeChunk, strings::BlobData), manager,
                   Access::read),
       epochReader_(manager.getPropertyRef(strings::TimeChunk, strings::EpochBlobData), manager,
@@ -79,6 +81,11 @@ ChunkBytes::ChunkBytes(ObjectManager& manager)
   loadTimes_.addResultProperty(epochs, &loaded_.epochs);
   ofChunk(loadValues_, valuesClass);
   loadValues_.addResultProperty(values, &loaded_.values);
+  ofChunk(copyTimes_, timesClass);
+  copyTimes_.addResultProperty(times, &parts_.times);
+  copyTimes_.addResultProperty(epochs, &parts_.epochs);
+  ofChunk(copyValues_, valuesClass);
+  copyValues_.addResultProperty(values, &parts_.values);
 }
 
 ChunkBlobs ChunkBytes::of(int chunk) {
@@ -104,6 +111,20 @@ const LoadedChunk& ChunkBytes::load(int chunk) {
     loaded_.values.clear();
   }
   return loaded_;
+}
+
+ChunkBlobs ChunkBytes::copy(int chunk, const ChunkParts& parts) {
+  chunk_ = chunk;
+  parts_ = parts;
+  ChunkBlobs blobs;
+  if (raising([&](auto& diag) { return copyTimes_.executeForOne(diag); })) {
+    blobs.timeBytes = parts_.times.blobLength;
+    blobs.epochBytes = parts_.epochs.blobLength;
+  }
+  if (raising([&](auto& diag) { return copyValues_.executeForOne(diag); })) {
+    blobs.valueBytes = parts_.values.blobLength;
+  }
+  return blobs;
 }
 
 void ChunkBytes::readTimes(const ChunkBlobs& blobs, std::size_t first, std::size_t count,

@@ -30,6 +30,14 @@ struct LoadedChunk {
 
   /// The number of points there is room for.
   std::size_t capacity() const { return times.size() / sizeof(double); }
+  ChunkBlobs blobs() const { return {0, times.size(), epochs.size(), 0, values.size()}; }
+};
+
+/// What to copy of a chunk's blobs, and where to.
+struct ChunkParts {
+  kodd::BlobPart times;
+  kodd::BlobPart epochs;
+  kodd::BlobPart values;
 };
 
 /// Packed bytes of the caller, not copied. `epochs` is null without epochs; values without
@@ -79,6 +87,10 @@ class ChunkBytes : public PreparedSet {
   ChunkBlobs of(int chunk);
   /// Everything at once, which is cheaper as long as it is little. Valid until the next call.
   const LoadedChunk& load(int chunk);
+  /// The same for parts, straight to where they are wanted.
+  ///
+  /// \returns the sizes of the blobs, from which the caller tells whether the parts were there
+  ChunkBlobs copy(int chunk, const ChunkParts& parts);
 
   // Points and bytes count from the start of the chunk.
   void readTimes(const ChunkBlobs& blobs, std::size_t first, std::size_t count, double* into);
@@ -123,6 +135,9 @@ class ChunkBytes : public PreparedSet {
   LoadedChunk loaded_;
   kodd::ObjectQuery loadTimes_;
   kodd::ObjectQuery loadValues_;
+  ChunkParts parts_;
+  kodd::ObjectQuery copyTimes_;
+  kodd::ObjectQuery copyValues_;
 
   OpenBlob timeReader_;
   OpenBlob epochReader_;

@@ -25,9 +25,9 @@ bool SmallChunkReader::read(double t0, double t1, const Allocate& allocate,
   extent_.hasEpochs = hasEpochs_ && extent_.samples > 0;
   SampleTarget target = allocate(extent_);
   for (const Slice& slice : slices_) {
-    load(slice.chunk);
-    if (!isMadeLikeFirst(slice.chunk)) return false;
-    copy(slice, target);
+    const bool isCopied = layout_.extraction ? extract(slice, target) : copy(slice, target);
+    if (!isCopied) return false;
+    advance(target, slice.count);
   }
   extent = extent_;
   return true;
@@ -55,11 +55,11 @@ bool SmallChunkReader::learnMake() {
   return recordBytes_ > 0 && fits;
 }
 
-bool SmallChunkReader::isMadeLikeFirst(const ChunkRow& chunk) const {
-  const std::size_t capacity = loaded_->capacity();
+bool SmallChunkReader::isMadeLikeFirst(const ChunkRow& chunk, const ChunkBlobs& blobs) const {
+  const std::size_t capacity = blobs.capacity();
   return capacity >= static_cast<std::size_t>(chunk.points) &&
-         loaded_->values.size() == capacity * recordBytes_ &&
-         loaded_->epochs.size() == (hasEpochs_ ? capacity * sizeof(unsigned) : 0);
+         blobs.valueBytes == capacity * recordBytes_ &&
+         blobs.epochBytes == (hasEpochs_ ? capacity * sizeof(unsigned) : 0);
 }
 
 /// Plans what the range takes of a chunk; loads only the first one and those at its ends.
@@ -70,7 +70,7 @@ bool SmallChunkReader::plan(const ChunkRow& chunk, double t0, double t1) {
   if (isCut || isFirst) {
     load(chunk);
     if (isFirst && !learnMake()) return false;
-    if (!isMadeLikeFirst(chunk)) return false;
+    if (!isMadeLikeFirst(chunk, loaded_->blobs())) return false;
   }
   if (isCut) cut(slice, t0, t1);
   if (slice.count > 0) add(slice);
@@ -101,27 +101,42 @@ void SmallChunkReader::add(const Slice& slice) {
   slices_.push_back(slice);
 }
 
-void SmallChunkReader::copy(const Slice& slice, SampleTarget& target) const {
-  if (target.times) {
-    std::memcpy(target.times, loaded_->times.data() + slice.first * sizeof(double),
-                slice.count * sizeof(double));
-    target.times += slice.count;
-  }
+/// Copies what a slice holds. \returns false for a chunk unlike the first
+bool SmallChunkReader::copy(const Slice& slice, const SampleTarget& target) const {
+  const auto part = [&slice](void* into, std::size_t pointBytes) {
+    return kodd::BlobPart{slice.first * pointBytes, into ? slice.count * pointBytes : 0, into};
+  };
+  const ChunkBlobs blobs =
+      bytes_.copy(slice.chunk.id, {part(target.times, sizeof(double)),
+                                   part(hasEpochs_ ? target.epochs : nullptr, sizeof(unsigned)),
+                                   part(target.values, recordBytes_)});
+  return isMadeLikeFirst(slice.chunk, blobs);
+}
+
+/// The same for an element of the records, taken out of the loaded chunk.
+bool SmallChunkReader::extract(const Slice& slice, const SampleTarget& target) {
+  load(slice.chunk);
+  if (!isMadeLikeFirst(slice.chunk, loaded_->blobs())) return false;
+  const auto copyPoints = [&slice](void* into, const std::vector<char>& from,
+                                   std::size_t pointBytes) {
+    if (into)
+      std::memcpy(into, from.data() + slice.first * pointBytes, slice.count * pointBytes);
+  };
+  copyPoints(target.times, loaded_->times, sizeof(double));
+  copyPoints(hasEpochs_ ? target.epochs : nullptr, loaded_->epochs, sizeof(unsigned));
   if (target.values) {
-    const char* records = loaded_->values.data() + slice.first * recordBytes_;
-    if (layout_.extraction) {
-      layout_.extraction->extract(records, slice.count, target.values);
-      target.values += slice.count * layout_.extraction->elementBytes();
-    } else {
-      std::memcpy(target.values, records, slice.count * recordBytes_);
-      target.values += slice.count * recordBytes_;
-    }
+    layout_.extraction->extract(loaded_->values.data() + slice.first * recordBytes_,
+                                slice.count, target.values);
   }
-  if (target.epochs && hasEpochs_) {
-    std::memcpy(target.epochs, loaded_->epochs.data() + slice.first * sizeof(unsigned),
-                slice.count * sizeof(unsigned));
-    target.epochs += slice.count;
-  }
+  return true;
+}
+
+void SmallChunkReader::advance(SampleTarget& target, std::size_t points) const {
+  const std::size_t delivered =
+      layout_.extraction ? layout_.extraction->elementBytes() : recordBytes_;
+  if (target.times) target.times += points;
+  if (target.values) target.values += points * delivered;
+  if (target.epochs && hasEpochs_) target.epochs += points;
 }
 
 double SmallChunkReader::loadedTime(std::size_t point) const {

@@ -29,11 +29,13 @@ class SmallChunkReader {
   bool chunksAreSmall();
   void load(const ChunkRow& chunk);
   bool learnMake();
-  bool isMadeLikeFirst(const ChunkRow& chunk) const;
+  bool isMadeLikeFirst(const ChunkRow& chunk, const ChunkBlobs& blobs) const;
   bool plan(const ChunkRow& chunk, double t0, double t1);
   void cut(Slice& slice, double t0, double t1) const;
   void add(const Slice& slice);
-  void copy(const Slice& slice, SampleTarget& target) const;
+  bool copy(const Slice& slice, const SampleTarget& target) const;
+  bool extract(const Slice& slice, const SampleTarget& target);
+  void advance(SampleTarget& target, std::size_t points) const;
   double loadedTime(std::size_t point) const;
 
   ObjectManager& manager_;
