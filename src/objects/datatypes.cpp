@@ -160,35 +160,36 @@ void DataTypeUtil::createFixedPointDataType_BinaryPointScaling(int numericDataTy
                                                                int fractionLength,
                                                                ObjectManager& manager,
                                                                long long& handle) {
-  handle =
-      fixedPointType(manager, strings::FixedPointBinaryPointScaling, kFxpBinaryPointScaling,
-                     {{strings::NumericDataType, numericDataType},
-                      {strings::Signedness, signedness},
-                      {strings::WordLength, wordLength},
-                      {strings::FractionLength, fractionLength}});
+  handle = fixedPointType(manager, strings::FixedPointBinaryPointScaling,
+                          strings::FxpBinaryPointScaling,
+                          {{strings::NumericDataType, numericDataType},
+                           {strings::Signedness, signedness},
+                           {strings::WordLength, wordLength},
+                           {strings::FractionLength, fractionLength}});
 }
 
 void DataTypeUtil::createFixedPointDataType_SlopeBiasScaling(
     int numericDataType, int signedness, int wordLength, double slopeAdjustment,
     int fixedExponent, double bias, ObjectManager& manager, long long& handle) {
-  handle = fixedPointType(manager, strings::FixedPointSlopeBiasScaling, kFxpSlopeBiasScaling,
-                          {{strings::NumericDataType, numericDataType},
-                           {strings::Signedness, signedness},
-                           {strings::WordLength, wordLength},
-                           {strings::SlopeAdjustmentFactor, slopeAdjustment},
-                           {strings::FixedExponent, fixedExponent},
-                           {strings::Bias, bias}});
+  handle =
+      fixedPointType(manager, strings::FixedPointSlopeBiasScaling, strings::FxpSlopeBiasScaling,
+                     {{strings::NumericDataType, numericDataType},
+                      {strings::Signedness, signedness},
+                      {strings::WordLength, wordLength},
+                      {strings::SlopeAdjustmentFactor, slopeAdjustment},
+                      {strings::FixedExponent, fixedExponent},
+                      {strings::Bias, bias}});
 }
 
 void DataTypeUtil::createFixedPointDataType_UnspecifiedScaling(int numericDataType,
                                                                int signedness, int wordLength,
                                                                ObjectManager& manager,
                                                                long long& handle) {
-  handle =
-      fixedPointType(manager, strings::FixedPointUnspecifiedScaling, kFxpUnspecifiedScaling,
-                     {{strings::NumericDataType, numericDataType},
-                      {strings::Signedness, signedness},
-                      {strings::WordLength, wordLength}});
+  handle = fixedPointType(manager, strings::FixedPointUnspecifiedScaling,
+                          strings::FxpUnspecifiedScaling,
+                          {{strings::NumericDataType, numericDataType},
+                           {strings::Signedness, signedness},
+                           {strings::WordLength, wordLength}});
 }
 
 void DataTypeUtil::createEnumDataType(const std::string& name,
@@ -234,11 +235,21 @@ std::string DataTypeUtil::getEffectiveType(const ObjectRef& dataType) {
 
 unsigned int DataTypeUtil::getDataSize(const std::string& typeName) {
   static const std::pair<const std::string&, unsigned int> sizes[] = {
-      {strings::Double, 8},        {kFxpBinaryPointScaling, 8}, {kFxpSlopeBiasScaling, 8},
-      {kFxpUnspecifiedScaling, 8}, {strings::Single, 4},        {strings::Int8, 1},
-      {strings::UInt8, 1},         {strings::Int16, 2},         {strings::UInt16, 2},
-      {strings::Int32, 4},         {strings::Enumeration, 4},   {strings::UInt32, 4},
-      {strings::Int64, 8},         {strings::UInt64, 8},        {strings::Boolean, 1},
+      {strings::Double, 8},
+      {strings::FxpBinaryPointScaling, 8},
+      {strings::FxpSlopeBiasScaling, 8},
+      {strings::FxpUnspecifiedScaling, 8},
+      {strings::Single, 4},
+      {strings::Int8, 1},
+      {strings::UInt8, 1},
+      {strings::Int16, 2},
+      {strings::UInt16, 2},
+      {strings::Int32, 4},
+      {strings::Enumeration, 4},
+      {strings::UInt32, 4},
+      {strings::Int64, 8},
+      {strings::UInt64, 8},
+      {strings::Boolean, 1},
   };
   for (const auto& [name, bytes] : sizes) {
     if (name == typeName) return bytes;

@@ -9,11 +9,6 @@ namespace vela {
 
 class ObjectManager;
 
-// Classifications of the fixed-point types. // Stored; never change.
-inline const std::string kFxpBinaryPointScaling = "fxp_binary_point_scaling";
-inline const std::string kFxpSlopeBiasScaling = "fxp_slope_bias_scaling";
-inline const std::string kFxpUnspecifiedScaling = "fxp_unspecified_scaling";
-
 /// Codes of the built-in types. Any other value stands for "double".
 enum builtInDTypeId {
   dtypeDouble = 0,

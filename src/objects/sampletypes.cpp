@@ -15,8 +15,9 @@ std::unique_ptr<ObjectRef> findDataType(ObjectManager& manager, int dataType) {
 }
 
 bool isFixedPoint(const std::string& classification) {
-  return classification == kFxpBinaryPointScaling || classification == kFxpSlopeBiasScaling ||
-         classification == kFxpUnspecifiedScaling;
+  return classification == strings::FxpBinaryPointScaling ||
+         classification == strings::FxpSlopeBiasScaling ||
+         classification == strings::FxpUnspecifiedScaling;
 }
 
 void readScaling(const ObjectRef& definition, fxpDataTypeProp& type) {
