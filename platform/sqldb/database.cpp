@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "kodiag/diagnostics.h"
@@ -122,6 +124,30 @@ void Database::releaseFreePages(int pages) {
   execute("PRAGMA incremental_vacuum(" + std::to_string(pages) + ")");
 }
 
+void Database::compact() {
+  impl_->refuseUnlessUsable("compact");
+  if (depth() > 0) {
+    kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", "compact"}});
+  }
+  const UseScope use(impl_->uses);
+  const WriteTurnScope turn(impl_->turn, "compact");
+  execute("PRAGMA incremental_vacuum");
+  impl_->turn.log().copyAll(kReadersWaitMilliseconds);
+}
+
+FileSpace Database::space() {
+  const auto bytes = [this](const char* pages) {
+    return std::stoull(queryText(pages)) * std::stoull(queryText("PRAGMA page_size"));
+  };
+  FileSpace found;
+  found.file = bytes("PRAGMA page_count");
+  found.free = bytes("PRAGMA freelist_count");
+  std::error_code none;
+  const std::uintmax_t log = std::filesystem::file_size(impl_->file.path + "-wal", none);
+  if (!none) found.log = log;
+  return found;
+}
+
 std::vector<std::string> Database::integrityProblems() {
   std::vector<std::string> problems;
   try {
@@ -157,6 +183,11 @@ void Database::setTraceCallback(TraceCallback callback) {
 void Database::setProfileCallback(ProfileCallback callback) {
   impl_->refuseUnlessUsable("profile");
   impl_->tracing.setProfile(std::move(callback));
+}
+
+void Database::setWriteCallback(WriteCallback callback) {
+  impl_->refuseUnlessUsable("watch writes");
+  impl_->watchWrites(std::move(callback));
 }
 
 }  // namespace sqldb

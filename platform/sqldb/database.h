@@ -36,6 +36,13 @@ struct OpenOptions {
   bool createIfAbsent = true;
 };
 
+/// Sizes in bytes.
+struct FileSpace {
+  std::uint64_t file = 0;  ///< the repository file, with what the log has yet to add to it
+  std::uint64_t free = 0;  ///< of that, unused
+  std::uint64_t log = 0;
+};
+
 /// A listener for the ends of units of work; called with the store's mutex held.
 class LevelListener {
  public:
@@ -130,6 +137,10 @@ class Database {
   bool checkpoint();
   /// Gives at most `pages` free pages back to the disk. Does nothing inside a unit.
   void releaseFreePages(int pages);
+  /// Gives all free pages back to the disk and copies the log into the file, in one turn of
+  /// writing. \throws "TransactionActive" inside a unit
+  void compact();
+  FileSpace space();
   /// The engine's own check of the whole file; empty when it found nothing, else its findings.
   std::vector<std::string> integrityProblems();
 
@@ -143,6 +154,11 @@ class Database {
   using ProfileCallback = std::function<void(std::string_view sql, std::uint64_t nanoseconds)>;
   void setTraceCallback(TraceCallback callback);
   void setProfileCallback(ProfileCallback callback);
+  /// A seam for tests: called before every statement that writes and before every commit of a
+  /// transaction that has written. What it throws fails that step; at a commit as an error of
+  /// the engine.
+  using WriteCallback = std::function<void()>;
+  void setWriteCallback(WriteCallback callback);
 
  private:
   friend class Statement;

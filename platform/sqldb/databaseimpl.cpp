@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <utility>
+
 #include "kodiag/message.h"
 
 namespace sqldb {
@@ -76,6 +78,9 @@ bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
       holdsTurn = true;
     }
   }
+  if (writes && beforeWrite) [[unlikely]] {
+    watchStep(holdsTurn);
+  }
   const int code = sqlite3_step(handle);
   if (code == SQLITE_ROW) return true;
   if (code == SQLITE_DONE) {
@@ -86,6 +91,30 @@ bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
   sqlite3_reset(handle);
   endTurn(holdsTurn);
   fail(failure, describe(handle));
+}
+
+void Database::Impl::watchStep(bool& holdsTurn) {
+  try {
+    beforeWrite();
+  } catch (...) {
+    endTurn(holdsTurn);
+    throw;
+  }
+}
+
+void Database::Impl::watchWrites(WriteCallback callback) {
+  beforeWrite = std::move(callback);
+  sqlite3_commit_hook(connection.handle(), beforeWrite ? beforeCommit : nullptr, this);
+}
+
+int Database::Impl::beforeCommit(void* impl) {
+  try {
+    static_cast<Impl*>(impl)->beforeWrite();
+    return 0;
+  } catch (...) {
+    // The engine's C code is below; what is not 0 makes it fail the commit.
+    return 1;
+  }
 }
 
 void Database::Impl::endTurn(bool& holdsTurn) noexcept {

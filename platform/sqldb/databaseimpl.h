@@ -37,6 +37,10 @@ struct Database::Impl final : ForkParticipant {
   /// The open unit and the kind of the statement, for messages.
   std::string describe(sqlite3_stmt* handle) const;
 
+  void watchStep(bool& holdsTurn);
+  void watchWrites(WriteCallback callback);
+  static int beforeCommit(void* impl);
+
   void rollbackAll() noexcept;
   void copyLogOnClosing() noexcept;
 
@@ -52,6 +56,7 @@ struct Database::Impl final : ForkParticipant {
   StatementCache cache;
   ForeignStatementGuard foreignStatements;
   Tracing tracing;
+  WriteCallback beforeWrite;
 
   /// Leases, blobs and calls under way: while there are any, a fork cannot leave a clean
   /// handle.
