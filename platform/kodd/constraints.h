@@ -76,13 +76,21 @@ class Selection {
                      const EntryValue& value) &&;
   /// Only objects whose `via` names an object of `others`.
   Selection referring(const PropertyRef& via, Selection others) &&;
+  /// Only objects whose `via` names no object of `others`; it may name none at all.
+  Selection notReferring(const PropertyRef& via, Selection others) &&;
+  /// Only objects that `via` of some object of `others` names.
+  Selection referencedBy(const PropertyRef& via, Selection others) &&;
   /// Only objects that no `via` of any object of `others` names.
   Selection unreferencedBy(const PropertyRef& via, Selection others) &&;
+  /// Only objects whose `own` equals `theirs` of no object of `others`; both whole numbers.
+  Selection unmatchedBy(const PropertyRef& own, const PropertyRef& theirs, Selection others) &&;
 
+  enum class Relation { referring, notReferring, referencedBy, unreferencedBy, unmatchedBy };
   struct Link {
-    PropertyRef via;
+    Relation relation;
+    PropertyRef via;  ///< a property of these objects when they refer, else of the others
     std::shared_ptr<const Selection> others;
-    bool inward;  ///< true: `via` is a property of the others and must not name these objects
+    PropertyRef own;  ///< what `via` must not equal, when that is not the object's ID
   };
   ClassRef cls() const { return class_; }
   const MatchConstraints& constraints() const { return constraints_; }
@@ -90,6 +98,8 @@ class Selection {
   const std::vector<Link>& links() const { return links_; }
 
  private:
+  Selection linked(Link link) &&;
+
   ClassRef class_;
   MatchConstraints constraints_;
   std::vector<int> ids_;

@@ -10,6 +10,7 @@
 #include "kodd/objectvalue.h"
 #include "kodd/schemastore.h"
 #include "kodd/session.h"
+#include "kodd/storedvalue.h"
 #include "kodiag/message.h"
 #include "text/utf8.h"
 
@@ -95,6 +96,22 @@ void performFunction(const std::shared_ptr<Session>& session, sqldb::Database::A
     if (own.empty()) unit.keep();
   });
   diag.append(own);
+}
+
+/// A number made from the selected objects, whose table is "s0".
+long long aggregate(Session& session, const std::string& expression,
+                    const Selection& selection) {
+  sqldb::Database& database = session.database("count objects");
+  const Layout& layout = session.layout();
+  BoundSql sql{
+      "SELECT " + expression + " FROM " + tableAsSearched(layout, selection.cls()) + " WHERE ",
+      {},
+      {}};
+  appendConditions(sql, layout, selection);
+  sqldb::Statement query = database.statement(sql.text);
+  sql.bind(query);
+  query.step();
+  return query.int64(0);
 }
 
 }  // namespace
@@ -187,18 +204,44 @@ void DataModelRepository::findObjects(const ClassRef& cls, const MatchConstraint
 
 long long DataModelRepository::countObjects(const Selection& selection, diagnostics& diag) {
   long long count = 0;
-  perform(*session_, "count objects", diag, [&] {
-    sqldb::Database& database = session_->database("count objects");
+  perform(*session_, "count objects", diag,
+          [&] { count = aggregate(*session_, "count(*)", selection); });
+  return count;
+}
+
+std::vector<int> DataModelRepository::selectIDs(const Selection& selection,
+                                                const PropertyRef& orderBy, diagnostics& diag) {
+  std::vector<int> ids;
+  perform(*session_, "find objects", diag, [&] {
+    sqldb::Database& database = session_->database("find objects");
     const Layout& layout = session_->layout();
+    if (orderBy.isValid()) checkProperty(orderBy, selection.cls());
     BoundSql sql{
-        "SELECT count(*) FROM " + tableAsSearched(layout, selection.cls()) + " WHERE ", {}, {}};
+        "SELECT s0.id FROM " + tableAsSearched(layout, selection.cls()) + " WHERE ", {}, {}};
     appendConditions(sql, layout, selection);
+    sql.text += " ORDER BY ";
+    if (orderBy.isValid()) sql.text += "s0." + layout.of(*orderBy.info()).name + ",";
+    sql.text += "s0.id";
     sqldb::Statement query = database.statement(sql.text);
     sql.bind(query);
-    query.step();
-    count = query.int64(0);
+    while (query.step()) ids.push_back(static_cast<int>(query.int64(0)));
   });
-  return count;
+  return ids;
+}
+
+std::uint64_t DataModelRepository::countBlobBytes(const Selection& selection,
+                                                  diagnostics& diag) {
+  long long bytes = 0;
+  perform(*session_, "count bytes", diag, [&] {
+    const Layout& layout = session_->layout();
+    layout.of(selection.cls());
+    for (const auto& property : selection.cls().info()->properties) {
+      if (!isBytes(property->kind)) continue;
+      const std::string column = "s0." + layout.of(*property).name;
+      bytes += aggregate(*session_, "coalesce(sum(length(" + column + ")),0)", selection);
+    }
+  });
+  return static_cast<std::uint64_t>(bytes);
 }
 
 void DataModelRepository::beginTransaction(diagnostics& diag) {
@@ -313,6 +356,17 @@ void DataModelRepository::checkpoint(diagnostics& diag) {
 void DataModelRepository::releaseFreePages(int pages, diagnostics& diag) {
   perform(*session_, "releaseFreePages", diag,
           [&] { session_->database("releaseFreePages").releaseFreePages(pages); });
+}
+
+void DataModelRepository::compact(diagnostics& diag) {
+  perform(*session_, "compact", diag, [&] { session_->database("compact").compact(); });
+}
+
+sqldb::FileSpace DataModelRepository::space(diagnostics& diag) {
+  sqldb::FileSpace found;
+  perform(*session_, "measure the file", diag,
+          [&] { found = session_->database("measure the file").space(); });
+  return found;
 }
 
 }  // namespace kodd

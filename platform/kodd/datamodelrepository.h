@@ -3,6 +3,7 @@
 
 #include <boost/function.hpp>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -61,6 +62,11 @@ class DataModelRepository {
   void findObjects(const ClassRef& cls, const MatchConstraints& constraints,
                    std::vector<ObjectRef>& results, kodiag::util::diagnostics& diag);
   long long countObjects(const Selection& selection, kodiag::util::diagnostics& diag);
+  /// IDs of those objects, ascending by `orderBy` when it is valid, then in creation order.
+  std::vector<int> selectIDs(const Selection& selection, const PropertyRef& orderBy,
+                             kodiag::util::diagnostics& diag);
+  /// Bytes of the blobs of those objects.
+  std::uint64_t countBlobBytes(const Selection& selection, kodiag::util::diagnostics& diag);
 
   /// An explicit transaction. A second begin, or one inside a dictionary function, is
   /// "TransactionActive"; an end without a begin, or inside a dictionary function,
@@ -113,6 +119,10 @@ class DataModelRepository {
   void checkpoint(kodiag::util::diagnostics& diag);
   /// Gives at most `pages` free pages of the file back to the disk. Does nothing inside a unit.
   void releaseFreePages(int pages, kodiag::util::diagnostics& diag);
+  /// Gives all free pages back to the disk and empties the log, in one turn of writing. Refused
+  /// inside a unit of work ("TransactionActive").
+  void compact(kodiag::util::diagnostics& diag);
+  sqldb::FileSpace space(kodiag::util::diagnostics& diag);
 
  private:
   friend class ObjectQuery;
@@ -121,6 +131,7 @@ class DataModelRepository {
   friend class ObjectModifier;
   friend class ObjectDeleter;
   friend class BlobStream;
+  friend class ObjectCopier;
 
   std::shared_ptr<Session> session_;
 };

@@ -20,6 +20,24 @@ void IdAllocator::take(const ClassInfo& cls) {
   --state(cls).left;
 }
 
+std::vector<IdAllocator::Range> IdAllocator::takeMany(const ClassInfo& cls, long long count) {
+  std::vector<Range> ranges;
+  while (count > 0) {
+    if (!hasFree(cls)) reserve(cls);
+    State& current = state(cls);
+    const int first = next(cls);
+    const int taken = static_cast<int>(std::min<long long>(count, current.left));
+    current.left -= taken;
+    count -= taken;
+    if (!ranges.empty() && ranges.back().first + ranges.back().count == first) {
+      ranges.back().count += taken;
+    } else {
+      ranges.push_back({first, taken});
+    }
+  }
+  return ranges;
+}
+
 void IdAllocator::reserve(const ClassInfo& cls) {
   uncommitted_.reserve(uncommitted_.size() + 1);
   if (!reclaimOrphan(cls)) {

@@ -31,6 +31,13 @@ class IdAllocator {
   /// The next ID; the same one until take(). Needs hasFree().
   int next(const ClassInfo& cls) const;
   void take(const ClassInfo& cls);
+  /// `count` IDs from `first` on.
+  struct Range {
+    int first;
+    int count;
+  };
+  /// Takes so many IDs, ascending, in as few ranges as the blocks allow. Needs a writing unit.
+  std::vector<Range> takeMany(const ClassInfo& cls, long long count);
 
   /// The class an ID belongs to, whether or not there is such an object; null when none or one
   /// that the schema does not know.

@@ -32,8 +32,14 @@ class SelectionWriter {
 
   void addConditions(const Selection& selection, int depth, Conditions& conditions);
   void addIDs(const std::vector<int>& ids, int depth, Conditions& conditions);
+  void addLink(const ClassRef& cls, const Selection::Link& link, int depth,
+               Conditions& conditions);
   void addReferring(const Selection::Link& link, int depth, Conditions& conditions);
-  void addUnreferenced(const Selection::Link& link, int depth, Conditions& conditions);
+  void addNotReferring(const Selection::Link& link, int depth, Conditions& conditions);
+  void addReferencedBy(const Selection::Link& link, int depth, Conditions& conditions);
+  void addUnnamed(const Selection::Link& link, int depth, Conditions& conditions);
+  void addListedBy(const Selection::Link& link, int depth, Conditions& conditions,
+                   const std::string& sign);
   static void checkVia(const PropertyRef& via, const ClassRef& owner);
 
   BoundSql& sql_;
@@ -63,12 +69,32 @@ void SelectionWriter::addConditions(const Selection& selection, int depth,
   addIDs(selection.ids(), depth, conditions);
   addConstraints(selection.cls(), selection.constraints(), depth, conditions);
   for (const Selection::Link& link : selection.links()) {
-    checkVia(link.via, link.inward ? link.others->cls() : selection.cls());
-    if (link.inward) {
-      addUnreferenced(link, depth, conditions);
-    } else {
-      addReferring(link, depth, conditions);
-    }
+    addLink(selection.cls(), link, depth, conditions);
+  }
+}
+
+void SelectionWriter::addLink(const ClassRef& cls, const Selection::Link& link, int depth,
+                              Conditions& conditions) {
+  using Relation = Selection::Relation;
+  switch (link.relation) {
+    case Relation::referring:
+      checkVia(link.via, cls);
+      return addReferring(link, depth, conditions);
+    case Relation::notReferring:
+      checkVia(link.via, cls);
+      return addNotReferring(link, depth, conditions);
+    case Relation::referencedBy:
+      checkVia(link.via, link.others->cls());
+      return addReferencedBy(link, depth, conditions);
+    case Relation::unreferencedBy:
+      checkVia(link.via, link.others->cls());
+      return addUnnamed(link, depth, conditions);
+    case Relation::unmatchedBy:
+      checkProperty(link.own, cls);
+      checkProperty(link.via, link.others->cls());
+      requireKind(*link.own.info(), isWholeNumber, "a whole number");
+      requireKind(*link.via.info(), isWholeNumber, "a whole number");
+      return addUnnamed(link, depth, conditions);
   }
 }
 
@@ -100,9 +126,35 @@ void SelectionWriter::addReferring(const Selection::Link& link, int depth,
   sql_.text += ")";
 }
 
-void SelectionWriter::addUnreferenced(const Selection::Link& link, int depth,
+void SelectionWriter::addNotReferring(const Selection::Link& link, int depth,
                                       Conditions& conditions) {
+  const int inner = depth + 1;
+  conditions.next() +=
+      "NOT EXISTS (SELECT 1 FROM " + table(link.others->cls(), inner) + " WHERE ";
+  Conditions innerConditions(sql_);
+  innerConditions.next() += alias(inner) + ".id=" + columnOf(link.via, depth);
+  addConditions(*link.others, inner, innerConditions);
+  sql_.text += ")";
+}
+
+void SelectionWriter::addReferencedBy(const Selection::Link& link, int depth,
+                                      Conditions& conditions) {
+  addListedBy(link, depth, conditions, alias(depth) + ".id IN ");
+}
+
+void SelectionWriter::addListedBy(const Selection::Link& link, int depth,
+                                  Conditions& conditions, const std::string& sign) {
+  const int inner = depth + 1;
+  conditions.next() += sign + "(SELECT " + columnOf(link.via, inner) + " FROM " +
+                       table(link.others->cls(), inner) + " WHERE ";
+  writeConditions(*link.others, inner);
+  sql_.text += ")";
+}
+
+void SelectionWriter::addUnnamed(const Selection::Link& link, int depth,
+                                 Conditions& conditions) {
   const PropertyInfo& via = *link.via.info();
+  const std::string own = link.own.isValid() ? columnOf(link.own, depth) : alias(depth) + ".id";
   bool isIndexed = false;
   bool isPartial = false;
   for (const IndexInfo& index : via.owner->indexes) {
@@ -110,20 +162,14 @@ void SelectionWriter::addUnreferenced(const Selection::Link& link, int depth,
     isIndexed = true;
     isPartial |= index.partial;
   }
+  // One scan of the others, rather than one for every candidate.
+  if (!isIndexed) return addListedBy(link, depth, conditions, own + " NOT IN ");
   const int inner = depth + 1;
   const std::string column = columnOf(link.via, inner);
-  if (!isIndexed) {
-    // One scan of the others, rather than one for every candidate.
-    conditions.next() += alias(depth) + ".id NOT IN (SELECT " + column + " FROM " +
-                         table(link.others->cls(), inner) + " WHERE ";
-    writeConditions(*link.others, inner);
-    sql_.text += ")";
-    return;
-  }
   conditions.next() +=
       "NOT EXISTS (SELECT 1 FROM " + table(link.others->cls(), inner) + " WHERE ";
   Conditions innerConditions(sql_);
-  innerConditions.next() += column + "=" + alias(depth) + ".id";
+  innerConditions.next() += column + "=" + own;
   if (isPartial) innerConditions.next() += column + "<>" + layout_.of(via).defaultLiteral;
   addConditions(*link.others, inner, innerConditions);
   sql_.text += ")";
@@ -147,14 +193,37 @@ Selection Selection::matching(const PropertyRef& property, PropertyValueMatchRel
   return std::move(*this);
 }
 
-Selection Selection::referring(const PropertyRef& via, Selection others) && {
-  links_.push_back({via, std::make_shared<const Selection>(std::move(others)), false});
+Selection Selection::linked(Link link) && {
+  links_.push_back(std::move(link));
   return std::move(*this);
 }
 
+Selection Selection::referring(const PropertyRef& via, Selection others) && {
+  return std::move(*this).linked(
+      {Relation::referring, via, std::make_shared<const Selection>(std::move(others)), {}});
+}
+
+Selection Selection::notReferring(const PropertyRef& via, Selection others) && {
+  return std::move(*this).linked(
+      {Relation::notReferring, via, std::make_shared<const Selection>(std::move(others)), {}});
+}
+
+Selection Selection::referencedBy(const PropertyRef& via, Selection others) && {
+  return std::move(*this).linked(
+      {Relation::referencedBy, via, std::make_shared<const Selection>(std::move(others)), {}});
+}
+
 Selection Selection::unreferencedBy(const PropertyRef& via, Selection others) && {
-  links_.push_back({via, std::make_shared<const Selection>(std::move(others)), true});
-  return std::move(*this);
+  return std::move(*this).linked({Relation::unreferencedBy,
+                                  via,
+                                  std::make_shared<const Selection>(std::move(others)),
+                                  {}});
+}
+
+Selection Selection::unmatchedBy(const PropertyRef& own, const PropertyRef& theirs,
+                                 Selection others) && {
+  return std::move(*this).linked({Relation::unmatchedBy, theirs,
+                                  std::make_shared<const Selection>(std::move(others)), own});
 }
 
 void BoundSql::bind(sqldb::Statement& statement, int firstParameter) const {
