@@ -68,11 +68,16 @@ long long count(ObjectManager& manager, const kodd::Selection& selection) {
   return found;
 }
 
-void setClosed(ObjectManager& manager, const Vocabulary& words, long long instanceID,
-               int closed) {
+enum class Ending { none, closed, crashed };
+
+void setEnding(ObjectManager& manager, const Vocabulary& words, long long instanceID,
+               Ending ending) {
+  const int closed = ending != Ending::none;
+  const int crashed = ending == Ending::crashed;
   kodiag::util::diagnostics diag;
   kodd::ObjectModifier modifier(words.instance, manager.repository());
   modifier.setPropertyValueSource(words.instance.findProperty("IsClosed"), &closed);
+  modifier.setPropertyValueSource(words.instance.findProperty("HasCrashed"), &crashed);
   modifier.modifySelected(ofInstance(words.instance, "id", instanceID), diag);
   diag.raiseIfAny();
 }
@@ -86,7 +91,7 @@ long long openRows(ObjectManager& manager, const Vocabulary& words, long long in
 void ensureInstanceRow(ObjectManager& manager, const Vocabulary& words, long long instanceID) {
   if (openRows(manager, words, instanceID) > 0) return;
   if (count(manager, ofInstance(words.instance, "id", instanceID)) > 0) {
-    setClosed(manager, words, instanceID, 0);
+    setEnding(manager, words, instanceID, Ending::none);
     return;
   }
   const int open = 0;
@@ -177,7 +182,8 @@ void abandon(ObjectManager& manager, long long instanceID) {
 void close(ObjectManager& manager) {
   const Vocabulary words(manager);
   if (!words.isComplete()) return;
-  manager.inTransaction([&] { setClosed(manager, words, manager.getInstanceID(), 1); });
+  manager.inTransaction(
+      [&] { setEnding(manager, words, manager.getInstanceID(), Ending::closed); });
 }
 
 void closeDead(ObjectManager& manager) {
@@ -193,7 +199,7 @@ void closeDead(ObjectManager& manager) {
   manager.inTransaction([&] {
     for (const long long id : dead) {
       // Asked again under the write lock: a process may have taken the instance up meanwhile.
-      if (!database.isInstanceAlive(id)) setClosed(manager, words, id, 1);
+      if (!database.isInstanceAlive(id)) setEnding(manager, words, id, Ending::crashed);
     }
   });
 }

@@ -25,7 +25,8 @@ void ensure(ObjectManager& manager);
 void abandon(ObjectManager& manager, long long instanceID);
 /// Marks the manager's own row closed.
 void close(ObjectManager& manager);
-/// Marks the open rows of instances whose process is gone closed; leaves living ones alone.
+/// Marks the open rows of instances whose process is gone closed and crashed; leaves living
+/// ones alone.
 void closeDead(ObjectManager& manager);
 
 }  // namespace instancerecords

@@ -57,6 +57,18 @@ bool ObjectManager::isOpen() const {
   return impl_->repository().isOpen();
 }
 
+std::uint64_t ObjectManager::compact() {
+  requireOpen(*this);
+  diagnostics diag;
+  const sqldb::FileSpace before = repository().space(diag);
+  repository().compact(diag);
+  const sqldb::FileSpace after = repository().space(diag);
+  diag.raiseIfAny();
+  const std::uint64_t then = before.file + before.log;
+  const std::uint64_t now = after.file + after.log;
+  return then > now ? then - now : 0;
+}
+
 void ObjectManager::checkFile(const std::wstring& location, diagnostics& diag) {
   kodd::DataModelRepository::checkFile(location, diag);
 }

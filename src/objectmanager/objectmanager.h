@@ -105,7 +105,7 @@ class ObjectManager {
   /// an open repository and an ID other than 0. Done by initializeObjectManager.
   void ensureInstanceRecords();
   /// Marks the rows of instances whose process is gone closed. Never takes a living one for
-  /// dead.
+  /// dead. Done by initializeObjectManager.
   void closeDeadInstances();
 
   /// \returns the new object, or nothing when `returnRef` is false

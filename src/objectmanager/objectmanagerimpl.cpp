@@ -105,9 +105,9 @@ void ObjectManagerImpl::preparePackage(const std::string& packageName) {
 }
 
 void ObjectManagerImpl::recordInstance() {
-  if (instanceID_ == 0) return;
   try {
-    instancerecords::ensure(owner_);
+    if (instanceID_ != 0) instancerecords::ensure(owner_);
+    instancerecords::closeDead(owner_);
   } catch (const kodiag::except::ExceptionWithCauses& exception) {
     openingNotices_.append(diagnostics(exception));
   }

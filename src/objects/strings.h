@@ -335,6 +335,7 @@ inline const std::string WordLength = "WordLength";
 inline const std::string SignalHashesAreCached = "SignalHashesAreCached";
 
 // Further tokens in use.
+inline const std::string HasCrashed = "HasCrashed";
 inline const std::string OLDID = "OLDID";
 inline const std::string RunData = "__runData__";
 inline const std::string FxpBinaryPointScaling = "fxp_binary_point_scaling";

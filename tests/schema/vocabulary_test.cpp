@@ -16,7 +16,8 @@ const std::set<std::string> kFurther = {"OLDID",
                                         "FxpBinaryPointScaling",
                                         "FxpSlopeBiasScaling",
                                         "FxpUnspecifiedScaling",
-                                        "QRVTestSuite"};
+                                        "QRVTestSuite",
+                                        "HasCrashed"};
 
 TEST(Vocabulary, HasEveryWordOnce) {
   const auto vocabulary = vela::test::declaredVocabulary();
