@@ -29,11 +29,22 @@ VisibleRuns::VisibleRuns(ObjectManager& manager, Set::Application application,
       application_(static_cast<int>(application)),
       ofAllSessions_(sessions == Set::Sessions::all) {}
 
+VisibleRuns::VisibleRuns(ObjectManager& manager, Set::Application application,
+                         long long instanceID)
+    : VisibleRuns(manager, application, Set::Sessions::own) {
+  instanceID_ = instanceID;
+  // Only children, which share an ID, can still be writing under that of somebody closed.
+  finishedOnly_ = instanceID == ObjectManager::RACCEL_INSTANCE_ID;
+}
+
 void VisibleRuns::constrain(kodd::ObjectQuery& query) const {
   query.addConstraint(dataSet_.findProperty(strings::Visible), kEqual, &yes_);
   query.addConstraint(dataSet_.findProperty(strings::MarkedForDelete), kEqual, &no_);
   if (!ofAllSessions_) {
     query.addConstraint(dataSet_.findProperty(strings::InstanceID), kEqual, &instanceID_);
+  }
+  if (finishedOnly_) {
+    query.addConstraint(dataSet_.findProperty(strings::IsActivelyStreaming), kEqual, &no_);
   }
   const kodd::PropertyRef application = dataSet_.findProperty(strings::Application);
   if (application_ == static_cast<int>(Set::Application::AllVELA)) {

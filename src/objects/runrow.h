@@ -27,6 +27,8 @@ void addRunResults(kodd::ObjectQuery& query, const kodd::ClassRef& dataSet, RunR
 class VisibleRuns {
  public:
   VisibleRuns(ObjectManager& manager, Set::Application application, Set::Sessions sessions);
+  /// Those of one instance that nobody is writing any more.
+  VisibleRuns(ObjectManager& manager, Set::Application application, long long instanceID);
   VisibleRuns(const VisibleRuns&) = delete;
   VisibleRuns& operator=(const VisibleRuns&) = delete;
 
@@ -43,6 +45,7 @@ class VisibleRuns {
   long long instanceID_;
   int application_;
   bool ofAllSessions_;
+  bool finishedOnly_ = false;
 };
 
 }  // namespace vela

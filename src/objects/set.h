@@ -273,8 +273,12 @@ class Set : public ORM {
   };
   /// Every instance that has a row or runs, in creation order of the rows, then by ID.
   static std::vector<Instance> getInstances(ObjectManager& manager);
-  /// IDs of the closed instances, this one's too when it is closed, in creation order.
+  /// IDs of the closed instances, this one's too when it is closed, in creation order;
+  /// `instanceIDs` is replaced.
   static void getClosedInstances(ObjectManager& manager, std::vector<long long>& instanceIDs);
+  /// Appends the IDs of farm workers, open ones too, in creation order.
+  static void appendFarmWorkerInstances(ObjectManager& manager,
+                                        std::vector<long long>& instanceIDs);
   /// Whether a closed instance other than this one has visible runs of the application.
   static bool isDataFromClosedInstances(ObjectManager& manager, Application application);
   static int getRunCountFromClosedInstances(ObjectManager& manager, Application application);
@@ -287,9 +291,11 @@ class Set : public ORM {
   static void importCompletedRapidAccelRuns(ObjectManager& manager, std::vector<int>& runIDs);
   /// Removes the runs of closed instances other than this one, by the same choice of
   /// applications, and what else the instances keep.
-  /// \param withWorkers  also of farm workers that are closed
+  /// \param giveSpaceBack  also gives the space to the disk; a removal without it leaves that
+  /// to
+  ///                       later writes and compact()
   /// \returns how many runs there were
-  static int removeClosedInstances(ObjectManager& manager, bool withWorkers);
+  static int removeClosedInstances(ObjectManager& manager, bool giveSpaceBack);
   /// Whether no other process has the repository open and nothing in it is this instance's:
   /// neither a run that is not marked for deletion nor a test suite. Runs of closed instances
   /// do not count.

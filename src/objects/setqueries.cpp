@@ -5,6 +5,7 @@
 #include "objects/find.h"
 #include "objects/raising.h"
 #include "objects/runrow.h"
+#include "objects/selections.h"
 #include "objects/set.h"
 #include "objects/signal.h"
 #include "objects/signalremoval.h"
@@ -49,25 +50,15 @@ Constraints signalsOf(int runID, Query type) {
   return {ofRun};
 }
 
-/// Writes one value to a property of every signal of the selection.
-void writeToAll(ObjectManager& manager, const kodd::Selection& signals,
-                const std::string& property, int value) {
-  const auto modifier = manager.createObjectModifier(property, signals.cls());
-  modifier->setPropertyValueSource(signals.cls().findProperty(property), &value);
-  raising([&](kodiag::util::diagnostics& diag) { modifier->modifySelected(signals, diag); });
-}
-
 kodd::Selection selectSignals(ObjectManager& manager, int runID) {
-  const kodd::ClassRef cls = manager.getClass(strings::Signal);
-  return kodd::Selection(cls).matching(cls.findProperty(strings::FK_SetID),
-                                       kodd::PropertyValueMatchRelation::Equal, runID);
+  return where(kodd::Selection(manager.getClass(strings::Signal)), strings::FK_SetID, runID);
 }
 
 /// Gives a signal and everything below it to a run.
 void moveSubtree(ObjectManager& manager, int rootID, int runID) {
-  kodd::Selection signals(manager.getClass(strings::Signal));
-  for (const int id : signalsBelow(manager, rootID)) signals = std::move(signals).withId(id);
-  writeToAll(manager, signals, strings::FK_SetID, runID);
+  const kodd::Selection signals =
+      withIDs(manager, strings::Signal, signalsBelow(manager, rootID));
+  writeToSelected(manager, signals, strings::FK_SetID, runID);
 }
 
 }  // namespace
@@ -148,14 +139,15 @@ void Set::removeElement(const Element& element) {
 
 void Set::uncheckAllSignals() {
   const kodd::PropertyRef checked = manager().getPropertyRef(strings::Signal, strings::Checked);
-  writeToAll(manager(),
-             selectSignals(manager(), getID())
-                 .matching(checked, kodd::PropertyValueMatchRelation::NotEqual, 0),
-             strings::Checked, 0);
+  writeToSelected(manager(),
+                  selectSignals(manager(), getID())
+                      .matching(checked, kodd::PropertyValueMatchRelation::NotEqual, 0),
+                  strings::Checked, 0);
 }
 
 void Set::setRunSignalsToInactive() {
-  writeToAll(manager(), selectSignals(manager(), getID()), strings::IsActivelyStreaming, 0);
+  writeToSelected(manager(), selectSignals(manager(), getID()), strings::IsActivelyStreaming,
+                  0);
 }
 
 int Set::getRunCount(ObjectManager& manager, Application application, Sessions sessions) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -368,6 +369,9 @@ class Signal : public Element, public SignalEnums {
   std::unique_ptr<ObjectRef> signalSourceForWriting();
 
   BulkProperties bulk_;
+  /// Of an open bulk update. A unit nobody uses may be removed at any time, so it is looked up
+  /// in the unit of work that uses it.
+  std::optional<std::wstring> pendingUnits_;
   /// Real-world values of fixed-point samples; kept so that appending them does not allocate.
   std::vector<double> converted_;
 };

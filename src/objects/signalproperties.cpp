@@ -1,5 +1,6 @@
 // The properties of a signal that are read and written one by one.
 #include <cstring>
+#include <utility>
 
 #include "host/arrays.h"
 #include "objects/checksum.h"
@@ -42,9 +43,10 @@ std::unique_ptr<ObjectRef> createUnit(ObjectManager& manager, long long checksum
   return manager.createObject(strings::Unit, values, true);
 }
 
-/// The number by which signals name the unit of that label, which is stored if it is not yet.
-/// Labels of one checksum take the numbers that follow it.
+/// The number by which signals name the unit of that label, which is stored if it is not yet; 0
+/// for an empty one. Labels of one checksum take the numbers that follow it.
 long long unitNumber(ObjectManager& manager, const std::wstring& label) {
+  if (label.empty()) return 0;
   auto number = static_cast<long long>(
       static_cast<unsigned>(CheckSum().add(text::toUtf8(label)).value()));
   for (;; ++number) {
@@ -80,7 +82,12 @@ void Signal::beginBulkPropertyUpdate() {
 }
 
 void Signal::commitBulkPropertyUpdate() {
-  bulk_.commit(getObjectReference());
+  const std::optional<std::wstring> units = std::exchange(pendingUnits_, std::nullopt);
+  if (!units) return bulk_.commit(getObjectReference());
+  manager().inTransaction([&] {
+    set(strings::UnitsChecksum, unitNumber(manager(), *units));
+    bulk_.commit(getObjectReference());
+  });
 }
 
 std::wstring Signal::getName() const {
@@ -187,8 +194,11 @@ std::wstring Signal::getUnits() const {
 }
 
 void Signal::setUnits(const std::wstring& units) {
-  manager().inTransaction(
-      [&] { set(strings::UnitsChecksum, units.empty() ? 0LL : unitNumber(manager(), units)); });
+  if (bulk_.isOpen()) {
+    pendingUnits_ = units;
+    return;
+  }
+  manager().inTransaction([&] { set(strings::UnitsChecksum, unitNumber(manager(), units)); });
 }
 
 std::wstring Signal::getDataSource() const {

@@ -5,23 +5,13 @@
 
 #include "objects/find.h"
 #include "objects/raising.h"
+#include "objects/selections.h"
 #include "objects/set.h"
 #include "objects/signal.h"
 #include "objects/strings.h"
 
 namespace vela {
 namespace {
-
-kodd::Selection referring(ObjectManager& manager, const std::string& className,
-                          const std::string& property, const kodd::Selection& others) {
-  const kodd::ClassRef cls = manager.getClass(className);
-  return kodd::Selection(cls).referring(cls.findProperty(property), others);
-}
-
-long long removeSelected(ObjectManager& manager, const kodd::Selection& selection) {
-  const auto deleter = manager.createObjectDeleter(selection.cls());
-  return raising([&](auto& diag) { return deleter->deleteSelected(selection, diag); });
-}
 
 void removeReferring(ObjectManager& manager, const std::string& className,
                      const std::string& property, const kodd::Selection& others) {
@@ -42,13 +32,20 @@ void removeOrphans(ObjectManager& manager, kodd::Selection sources) {
                                                    kodd::Selection(signal)));
 }
 
-/// Absent without IDs: a selection without any would be the whole class.
-std::optional<kodd::Selection> withIDs(ObjectManager& manager, const std::string& className,
-                                       const std::vector<int>& ids) {
+/// Units are shared by all signals of the repository.
+void removeUnusedUnits(ObjectManager& manager) {
+  const kodd::ClassRef unit = manager.getClass(strings::Unit);
+  const kodd::ClassRef signal = manager.getClass(strings::Signal);
+  removeSelected(manager,
+                 kodd::Selection(unit).unmatchedBy(unit.findProperty(strings::Checksum),
+                                                   signal.findProperty(strings::UnitsChecksum),
+                                                   kodd::Selection(signal)));
+}
+
+std::optional<kodd::Selection> sourcesWithIDs(ObjectManager& manager,
+                                              const std::vector<int>& ids) {
   if (ids.empty()) return std::nullopt;
-  kodd::Selection selection(manager.getClass(className));
-  for (const int id : ids) selection = std::move(selection).withId(id);
-  return selection;
+  return withIDs(manager, strings::SignalSource, ids);
 }
 
 /// The sources those signals name, each once.
@@ -102,7 +99,9 @@ long long removeSignals(ObjectManager& manager, const kodd::Selection& signals,
   removeSelected(manager, chunks);
   removeAttachments(manager, signals);
   const long long removed = removeSelected(manager, signals);
-  if (removed > 0 && sources) removeOrphans(manager, *sources);
+  if (removed == 0) return 0;
+  if (sources) removeOrphans(manager, *sources);
+  removeUnusedUnits(manager);
   return removed;
 }
 
@@ -126,8 +125,8 @@ void Signal::remove() {
     removeFromMyParent();
     const std::vector<int> signals = signalsBelow(manager(), getID());
     const std::vector<int> sources = sourcesOf(manager(), signals);
-    removeSignals(manager(), *withIDs(manager(), strings::Signal, signals),
-                  withIDs(manager(), strings::SignalSource, sources));
+    removeSignals(manager(), withIDs(manager(), strings::Signal, signals),
+                  sourcesWithIDs(manager(), sources));
   });
 }
 
@@ -142,7 +141,7 @@ void Signal::bulkRemove() {
     getObjectReference().getPropertyInt32(strings::FK_Parent);
     removeFromMyParent();
     const std::vector<int> signals = signalsBelow(manager(), getID());
-    removeAttachments(manager(), *withIDs(manager(), strings::Signal, signals));
+    removeAttachments(manager(), withIDs(manager(), strings::Signal, signals));
     const std::vector<int> sources = sourcesOf(manager(), signals);
     bracket.sources.insert(bracket.sources.end(), sources.begin(), sources.end());
     for (const int id : signals) {
@@ -171,8 +170,9 @@ void Signal::commitBulkRemove(ObjectManager& manager) {
       manager.commitBulkObjectDeletion(manager.getClass(*name));
     }
     // Only now is it known which sources nobody names any more.
-    const auto candidates = withIDs(manager, strings::SignalSource, sources);
+    const auto candidates = sourcesWithIDs(manager, sources);
     if (candidates) removeOrphans(manager, *candidates);
+    removeUnusedUnits(manager);
   });
 }
 

@@ -8,9 +8,10 @@
 
 namespace vela {
 
-/// Deletes the signals with their chunks, metadata, observers and plotted comparisons, and
-/// those of `sources` (of class "SignalSource"; may be absent) that no signal names any more: a
-/// fixed number of statements whatever the number of signals. To be called in a unit of work.
+/// Deletes the signals with their chunks, metadata, observers and plotted comparisons, those of
+/// `sources` (of class "SignalSource"; may be absent) that no signal names any more, and the
+/// units no signal has any more: a fixed number of statements whatever the number of signals.
+/// To be called in a unit of work.
 ///
 /// \returns how many signals there were
 long long removeSignals(ObjectManager& manager, const kodd::Selection& signals,

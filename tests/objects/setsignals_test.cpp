@@ -245,10 +245,10 @@ TEST_F(RunRemovalTest, SeveralRunsGoAtOnce) {
   const auto before = census();
   const int first = fullRun().getID();
   const int second = fullRun().getID();
-  const int noRun = create(strings::Unit)->getObjectID();
+  const int noRun = create(strings::DataType)->getObjectID();
   EXPECT_EQ(Set::removeRuns(*manager_, {first, second, noRun, first, 0}), 2);
   auto after = before;
-  ++after[strings::Unit];
+  ++after[strings::DataType];
   // The template and this instance's counter stay.
   ++after[strings::RunNameTemplate];
   ++after[strings::RunNumberByRunID];
