@@ -122,9 +122,27 @@ TEST_F(SelectionTest, SelectsWhatASearchOneByOneFinds) {
       {"without children",
        all("Signal").unreferencedBy(prop("Signal", "Parent"), all("Signal")),
        [&](int id, const auto&) { return !isParent(id); }},
+      {"of no numbered run", all("Signal").notReferring(prop("Signal", "Run"), numbered),
+       [&](int, const auto& s) { return !isNumberedRun(s.run); }},
+      {"above ordered signals", all("Signal").referencedBy(prop("Signal", "Parent"), ordered),
+       [&](int id, const auto&) {
+         return std::ranges::any_of(plain_.signals, [&](const auto& entry) {
+           return entry.second.parent == id && entry.second.order == order;
+         });
+       }},
+      {"with an order no run has as its number",
+       all("Signal").unmatchedBy(prop("Signal", "Order"), prop("Run", "Number"), all("Run")),
+       [&](int, const auto& s) {
+         return std::ranges::none_of(
+             plain_.runs, [&](const auto& entry) { return entry.second == s.order; });
+       }},
+      {"with an order no visible run has as its flag",
+       all("Signal").unmatchedBy(prop("Signal", "Order"), prop("Run", "Visible"), numbered),
+       [&](int, const auto& s) { return s.order != 1; }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
+    EXPECT_EQ(repository_.selectIDs(c.selection, {}, NoFailure()), plain_.signalsThat(c.holds));
     const std::vector<int> expected = plain_.signalsThat(c.holds);
     EXPECT_EQ(repository_.countObjects(c.selection, NoFailure()),
               static_cast<long long>(expected.size()));
