@@ -28,6 +28,20 @@ Vela::Id Vela::createSignal(const std::string& name) {
   return signal;
 }
 
+void Vela::addRunsOfInstance(long long instance, std::int64_t count) {
+  vela::ObjectManager other(manager_.getDatabaseLocation());
+  other.setInstanceID(static_cast<unsigned long long>(instance));
+  other.initializeObjectManager("", "");
+  other.beginTransaction();
+  for (std::int64_t i = 0; i < count; ++i) const vela::Set run(other, true);
+  other.commitTransaction();
+  other.setInstanceClosed();
+}
+
+void Vela::importRuns(long long, long long) {
+  vela::Set::importClosedInstances(manager_);
+}
+
 void Vela::append(const Id& signal, std::span<const double> times,
                   std::span<const double> values) {
   vela::Signal::setMinimumChunkNumBytes(0);

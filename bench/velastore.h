@@ -25,6 +25,11 @@ class Vela {
   /// Signals created afterwards belong to it.
   void createRun(const std::string& name);
   Id createSignal(const std::string& name);
+  void removeRun() { run_->remove(); }
+  void copyRun() { run_->clone(vela::Set::Application::VELA); }
+  void addRunsOfInstance(long long instance, std::int64_t count);
+  /// From every closed instance to this one, whatever their IDs.
+  void importRuns(long long from, long long to);
   void append(const Id& signal, std::span<const double> times, std::span<const double> values);
   void appendMerging(const Id& signal, double time, double value,
                      std::size_t minimumChunkBytes);

@@ -32,7 +32,18 @@ constexpr const char* kTables = R"(
     CREATE TABLE IF NOT EXISTS timechunk(id INTEGER PRIMARY KEY, chunk INTEGER, data BLOB);
     CREATE INDEX IF NOT EXISTS timechunk_chunk ON timechunk(chunk);
     CREATE TABLE IF NOT EXISTS datachunk(id INTEGER PRIMARY KEY, chunk INTEGER, data BLOB);
-    CREATE INDEX IF NOT EXISTS datachunk_chunk ON datachunk(chunk);)";
+    CREATE INDEX IF NOT EXISTS datachunk_chunk ON datachunk(chunk);
+    CREATE TABLE IF NOT EXISTS runowner(
+      run INTEGER PRIMARY KEY, instance INTEGER, place INTEGER, streaming INTEGER DEFAULT 0);
+    CREATE INDEX IF NOT EXISTS runowner_instance ON runowner(instance);
+    CREATE TABLE IF NOT EXISTS runnumber(
+      id INTEGER PRIMARY KEY, run INTEGER, instance INTEGER, number INTEGER);
+    CREATE INDEX IF NOT EXISTS runnumber_run ON runnumber(run);
+    CREATE INDEX IF NOT EXISTS runnumber_instance ON runnumber(instance);)";
+
+constexpr const char* kSignalsOfRun = "(SELECT id FROM signal WHERE run = ?1)";
+constexpr const char* kChunksOfRun =
+    "(SELECT id FROM chunk WHERE signal IN (SELECT id FROM signal WHERE run = ?1))";
 
 constexpr std::size_t kFirstCapacity = 16;
 
@@ -201,6 +212,87 @@ void SqliteStore::createRun(std::string_view name) {
 SqliteStore::Id SqliteStore::createSignal(std::string_view name) {
   Use(insertSignal_.get(), run_, name).run();
   return sqlite3_last_insert_rowid(database_.get());
+}
+
+void SqliteStore::removeRun() {
+  beginTransaction();
+  for (const std::string& sql :
+       {std::string("DELETE FROM timechunk WHERE chunk IN ") + kChunksOfRun,
+        std::string("DELETE FROM datachunk WHERE chunk IN ") + kChunksOfRun,
+        std::string("DELETE FROM chunk WHERE signal IN ") + kSignalsOfRun,
+        std::string("DELETE FROM signal WHERE run = ?1"),
+        std::string("DELETE FROM run WHERE id = ?1")}) {
+    const Statement statement = prepare(sql.c_str());
+    Use(statement.get(), run_).run();
+  }
+  commitTransaction();
+}
+
+void SqliteStore::copyRun() {
+  const auto last = [this](const char* table) {
+    const Statement statement = prepare((std::string("SELECT max(id) FROM ") + table).c_str());
+    Use use(statement.get());
+    return use.row() ? use.integer(0) : 0;
+  };
+  const auto copy = [this](const std::string& sql, auto... values) {
+    const Statement statement = prepare(sql.c_str());
+    Use(statement.get(), run_, values...).run();
+  };
+  beginTransaction();
+  const Id run = last("run");
+  const Id signal = last("signal");
+  const Id chunk = last("chunk");
+  copy("INSERT INTO run SELECT id + ?2, date, name FROM run WHERE id = ?1", run);
+  copy(
+      "INSERT INTO signal SELECT id + ?2, run + ?3, parent, source, type, points, lastchunk, "
+      "lastbytes, largestbytes, minmaxcached, newest, tolerance, name FROM signal "
+      "WHERE run = ?1",
+      signal, run);
+  copy(std::string("INSERT INTO chunk SELECT id + ?2, signal + ?3, number, points, first, "
+                   "last FROM chunk WHERE signal IN ") +
+           kSignalsOfRun,
+       chunk, signal);
+  for (const char* table : {"timechunk", "datachunk"}) {
+    copy(std::string("INSERT INTO ") + table + " SELECT id + ?2, chunk + ?2, data FROM " +
+             table + " WHERE chunk IN " + kChunksOfRun,
+         chunk);
+  }
+  commitTransaction();
+}
+
+void SqliteStore::addRunsOfInstance(std::int64_t instance, std::int64_t count) {
+  const Statement own = prepare("INSERT INTO runowner(run, instance, place) VALUES(?, ?, ?)");
+  const Statement number =
+      prepare("INSERT INTO runnumber(run, instance, number) VALUES(?, ?, ?)");
+  beginTransaction();
+  for (std::int64_t i = 1; i <= count; ++i) {
+    createRun("run");
+    Use(own.get(), run_, instance, i).run();
+    Use(number.get(), run_, instance, i).run();
+  }
+  commitTransaction();
+}
+
+void SqliteStore::importRuns(std::int64_t from, std::int64_t to) {
+  const Statement select = prepare(
+      "SELECT run FROM runowner WHERE instance = ? AND streaming = 0 ORDER BY place, run");
+  const Statement own =
+      prepare("UPDATE runowner SET instance = ?2, place = ?3, streaming = 0 WHERE run = ?1");
+  const Statement number =
+      prepare("UPDATE runnumber SET instance = ?2, number = ?3 WHERE run = ?1");
+  beginTransaction();
+  std::vector<Id> runs;
+  {
+    Use found(select.get(), from);
+    while (found.row()) runs.push_back(found.integer(0));
+  }
+  std::int64_t next = 0;
+  for (const Id run : runs) {
+    ++next;
+    Use(own.get(), run, to, next).run();
+    Use(number.get(), run, to, next).run();
+  }
+  commitTransaction();
 }
 
 void SqliteStore::append(Id signal, std::span<const double> times,

@@ -38,6 +38,15 @@ class SqliteStore {
   void createRun(std::string_view name);
   Id createSignal(std::string_view name);
 
+  /// Removes the newest run with its signals and samples: five statements in one transaction.
+  void removeRun();
+  /// Copies the newest run with its signals and samples, IDs shifted behind the last ones.
+  void copyRun();
+  /// Runs without signals that belong to an instance, numbered and placed from 1 on.
+  void addRunsOfInstance(std::int64_t instance, std::int64_t count);
+  /// Makes them runs of another instance, numbered and placed from 1 on in their old order.
+  void importRuns(std::int64_t from, std::int64_t to);
+
   /// Appends samples as a chunk of their own: five statements in one transaction.
   void append(Id signal, std::span<const double> times, std::span<const double> values);
 

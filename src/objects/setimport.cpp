@@ -2,9 +2,11 @@
 // children, to this instance.
 #include <algorithm>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "objectmanager/objectmanager.h"
+#include "objects/find.h"
 #include "objects/instancetable.h"
 #include "objects/raising.h"
 #include "objects/runnumbering.h"
@@ -26,9 +28,11 @@ class Import {
         own_(manager.getInstanceID()),
         dataSet_(manager.getClass(strings::DataSet)),
         runWriter_(dataSet_, manager.repository()),
-        numberWriter_(manager.getClass(strings::RunNumberByRunID), manager.repository()) {
+        number_(manager.getClass(strings::RunNumberByRunID)),
+        numberWriter_(number_, manager.repository()) {
     bindRun();
-    bindNumber();
+    numberWriter_.setPropertyValueSource(number_.findProperty(strings::RunNumber), &next_);
+    numberWriter_.setPropertyValueSource(number_.findProperty(strings::InstanceID), &own_);
   }
   Import(const Import&) = delete;
   Import& operator=(const Import&) = delete;
@@ -49,13 +53,6 @@ class Import {
          {&strings::IsActivelyStreaming, &strings::PriorOverwrittenRun}) {
       runWriter_.setPropertyValueSource(dataSet_.findProperty(*flag), &no_);
     }
-  }
-
-  void bindNumber() {
-    const kodd::ClassRef cls = manager_.getClass(strings::RunNumberByRunID);
-    numberWriter_.setPropertyIDSource(cls.findProperty(strings::FK_SetID), &run_);
-    numberWriter_.setPropertyValueSource(cls.findProperty(strings::RunNumber), &number_);
-    numberWriter_.setPropertyValueSource(cls.findProperty(strings::InstanceID), &own_);
   }
 
   /// Each once, without ourselves.
@@ -82,11 +79,9 @@ class Import {
         source == ObjectManager::RACCEL_INSTANCE_ID || isInstanceOpen(manager_, source);
     const std::vector<int> runs = runsToTake(source, mayBeWriting);
     if (!runs.empty()) {
-      const kodd::Selection taken = withIDs(manager_, strings::DataSet, runs);
-      removeSelected(manager_,
-                     referring(manager_, strings::RunNumberByRunID, strings::FK_SetID, taken));
-      for (const int run : runs) renumber(run);
-      if (!mayBeWriting) endWork(taken);
+      const Records records = numberRecords(source);
+      for (const int run : runs) renumber(run, records);
+      if (!mayBeWriting) endWork(withIDs(manager_, strings::DataSet, runs));
     }
     removeInstanceRecords(manager_, source);
   }
@@ -97,15 +92,41 @@ class Import {
     return selectedIDs(manager_, runs, strings::OrderIndex);
   }
 
-  void renumber(int run) {
+  /// Record of the number by run.
+  using Records = std::unordered_map<int, int>;
+
+  Records numberRecords(long long source) {
+    int record = 0;
+    int run = 0;
+    const auto query = manager_.createObjectQuery();
+    query->addConstraint(number_.findProperty(strings::InstanceID),
+                         kodd::PropertyValueMatchRelation::Equal, &source);
+    query->addResultID(number_, &record);
+    query->addResultProperty(number_.findProperty(strings::FK_SetID), &run);
+    Records records;
+    raising([&](kodiag::util::diagnostics& diag) {
+      kodd::ResultIterator rows = query->execute(diag);
+      while (diag.empty() && rows.getNextResult(diag)) records.emplace(run, record);
+    });
+    return records;
+  }
+
+  void renumber(int run, const Records& records) {
     if (!numbering_) {
       manager_.ensureInstanceRecords();
       numbering_.emplace(manager_);
     }
-    run_ = run;
-    number_ = numbering_->nextNumber();
+    next_ = numbering_->nextNumber();
     place_ = numbering_->nextPlace();
-    raising([&](auto& diag) { numberWriter_.createObjectID(diag); });
+    const auto known = records.find(run);
+    const int record = known != records.end() ? known->second
+                                              : findFirstID(manager_, strings::RunNumberByRunID,
+                                                            {equals(strings::FK_SetID, run)});
+    if (record == 0) {
+      createRunNumber(manager_, run, next_);
+    } else {
+      raising([&](auto& diag) { numberWriter_.modifyObjectID(record, diag); });
+    }
     raising([&](auto& diag) { runWriter_.modifyObjectID(run, diag); });
     imported_.push_back(run);
   }
@@ -127,11 +148,11 @@ class Import {
   const long long own_;
   const kodd::ClassRef dataSet_;
   const int no_ = 0;
-  int run_ = 0;
-  int number_ = 0;
   int place_ = 0;
   kodd::ObjectModifier runWriter_;
-  kodd::ObjectConstructor numberWriter_;
+  const kodd::ClassRef number_;
+  int next_ = 0;
+  kodd::ObjectModifier numberWriter_;
   std::optional<RunNumbering> numbering_;  ///< made with the first run, since it makes records
   std::vector<int> imported_;
 };

@@ -57,7 +57,7 @@ TEST_F(LifecycleFailuresTest, AnImportIsAllOrNothing) {
     set.setIsActivelyStreaming(true);
     set.setOverWrite(true);
   }
-  expectAllOrNothing(20, [&] { Set::importClosedInstances(*manager_); });
+  expectAllOrNothing(15, [&] { Set::importClosedInstances(*manager_); });
   EXPECT_EQ(Set::getHighestRunNumber(*manager_), 5);
 }
 

@@ -60,6 +60,20 @@ TEST_F(ImportTest, ImportedRunsContinueTheNumbersInTheirOldOrder) {
   EXPECT_EQ(run().getRunNumber(), 10);
 }
 
+TEST_F(ImportTest, ARunGetsOneNumberWhateverItHadBefore) {
+  const std::vector<int> old = closedInstance(7, 1);
+  Set unnumbered(*manager_, false);
+  unnumbered.setInstanceID(7);
+  Set numberedElsewhere = run();
+  numberedElsewhere.setInstanceID(7);
+  const std::vector<int> imported = Set::importClosedInstances(*manager_);
+  EXPECT_EQ(imported.size(), 3u);
+  EXPECT_THAT(numbersOf(imported), ElementsAre(2, 3, 4));
+  // One each, and our counter.
+  EXPECT_EQ(count(strings::RunNumberByRunID), 4u);
+  EXPECT_EQ(recordsOf(strings::RunNumberByRunID, test::kOwn), 4);
+}
+
 TEST_F(ImportTest, AListThatGrowsAtTheTopTakesRunsThere) {
   Set::initializeDefaultRunNameTemplateAndShowAtTopFlag(L"", true, *manager_);
   run();
