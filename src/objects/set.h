@@ -291,9 +291,9 @@ class Set : public ORM {
   static void importCompletedRapidAccelRuns(ObjectManager& manager, std::vector<int>& runIDs);
   /// Removes the runs of closed instances other than this one, by the same choice of
   /// applications, and what else the instances keep.
-  /// \param giveSpaceBack  also gives the space to the disk; a removal without it leaves that
-  /// to
-  ///                       later writes and compact()
+  /// \param giveSpaceBack  also gives some of the space back to the disk at once, as the other
+  ///                       removals do; without it the space waits for later writes or
+  ///                       compact()
   /// \returns how many runs there were
   static int removeClosedInstances(ObjectManager& manager, bool giveSpaceBack);
   /// Whether no other process has the repository open and nothing in it is this instance's:
