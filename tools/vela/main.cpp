@@ -36,6 +36,10 @@ ExitCode run(int argc, char** argv) {
   addInfoCommand(app, context);
   addCatCommand(app, context);
   addRemoveCommand(app, context);
+  addCopyCommand(app, context);
+  addSessionsCommands(app, context);
+  addUndoCommand(app, context);
+  addSpaceCommands(app, context);
   addCheckCommand(app, context);
   addCompletionCommand(app, context);
 

@@ -1,6 +1,4 @@
 // `vela rm`: removes runs with everything that belongs to them.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <iostream>
 
@@ -10,22 +8,34 @@
 #include "tools/vela/repositories.h"
 #include "tools/vela/runview.h"
 #include "tools/vela/selection.h"
+#include "tools/vela/sessions.h"
 #include "tools/vela/table.h"
 #include "tools/vela/terminal.h"
 
 namespace vela::tool {
 namespace {
 
-// Asks on a terminal; elsewhere only --yes will do.
-bool confirmed(const std::string& question, bool yes) {
-  if (yes) return true;
-  if (isatty(STDIN_FILENO) != 1) {
-    kodiag::raise({"VELA:vela", "NeedsConfirmation"}, {{"Operation", question}});
+ExitCode purge(const Context& context, bool yes) {
+  Repository repository = Repository::openForChanging(context);
+  ObjectManager& manager = repository.manager();
+  if (!confirmed("remove the runs set aside for deletion from " + repository.location(), yes)) {
+    return kFailed;
   }
-  std::cerr << question << "? [y/N] ";
-  std::string answer;
-  std::getline(std::cin, answer);
-  return answer == "y" || answer == "Y" || answer == "yes";
+  int removed = 0;
+  manager.inTransaction([&] {
+    for (const Set::Instance& session : Set::getInstances(manager)) {
+      if (isAlive(session)) continue;
+      const ActingFor acting(manager, session.id);
+      removed += Set::removeRunsMarkedForDelete(manager);
+    }
+  });
+  if (context.json) {
+    std::cout << jsonText({{"purged", removed}});
+  } else if (!context.quiet) {
+    say("removed " + counted(static_cast<std::uint64_t>(removed), "run") +
+        " set aside for deletion");
+  }
+  return kDone;
 }
 
 ExitCode remove(const Context& context, const std::vector<std::string>& words, bool yes) {
@@ -59,10 +69,21 @@ void addRemoveCommand(CLI::App& app, Context& context) {
   addCommonOptions(*command, context);
   auto runs = std::make_shared<std::vector<std::string>>();
   auto yes = std::make_shared<bool>(false);
-  command->add_option("RUN", *runs, "IDs or names of runs")->required();
+  auto isPurge = std::make_shared<bool>(false);
+  command->footer(
+      "--purge removes what is only hidden so far: the runs marked for deletion, and runs "
+      "kept\n"
+      "aside when a simulation replaced them. Those of living sessions are left alone.");
+  CLI::Option* const words = command->add_option("RUN", *runs, "IDs or names of runs");
+  CLI::Option* const purging =
+      command->add_flag("--purge", *isPurge, "Remove the runs set aside for deletion instead");
+  words->excludes(purging);
   command->add_flag("-y,--yes", *yes, "Do not ask");
-  command->callback([&context, runs, yes] {
-    context.command = [&context, runs, yes] { return remove(context, *runs, *yes); };
+  command->callback([&context, runs, yes, isPurge] {
+    if (runs->empty() && !*isPurge) throw CLI::RequiredError("RUN");
+    context.command = [&context, runs, yes, isPurge] {
+      return *isPurge ? purge(context, *yes) : remove(context, *runs, *yes);
+    };
   });
 }
 

@@ -57,6 +57,11 @@ Repository Repository::openForWriting(const Context& context) {
   return Repository(VelaInstance::getInstance().getObjectManager({}, {}));
 }
 
+Repository Repository::openAsSession(const Context& context) {
+  requireFile(locationOf(context));
+  return openForWriting(context);
+}
+
 std::string Repository::location() const {
   return text::toUtf8(manager_->getDatabaseLocation());
 }

@@ -22,6 +22,10 @@ class Repository {
   /// For changing what is stored already, whoever wrote it.
   static Repository openForChanging(const Context& context);
 
+  /// For new runs in what is there already: in the shared repository they belong to this
+  /// process.
+  static Repository openAsSession(const Context& context);
+
   ObjectManager& manager() { return *manager_; }
   /// The path, for words.
   std::string location() const;

@@ -6,6 +6,9 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
+
+#include "kodiag/message.h"
 
 namespace vela::tool {
 namespace {
@@ -48,6 +51,17 @@ void warn(std::string_view words) {
 }
 void say(std::string_view words) {
   std::fprintf(stderr, "%.*s\n", static_cast<int>(words.size()), words.data());
+}
+
+bool confirmed(const std::string& question, bool yes) {
+  if (yes) return true;
+  if (isatty(STDIN_FILENO) != 1) {
+    kodiag::raise({"VELA:vela", "NeedsConfirmation"}, {{"Operation", question}});
+  }
+  std::cerr << question << "? [y/N] ";
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
 }
 
 std::string humanBytes(std::uint64_t bytes) {

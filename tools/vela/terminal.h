@@ -17,6 +17,10 @@ void warn(std::string_view words);
 /// A plain line on standard error.
 void say(std::string_view words);
 
+/// Asks on a terminal; elsewhere only `yes` will do.
+/// \throws "VELA:vela:NeedsConfirmation" where nobody can be asked
+bool confirmed(const std::string& question, bool yes);
+
 /// Bytes for people: "1.5 MB".
 std::string humanBytes(std::uint64_t bytes);
 /// A count with its noun: "1 signal", "3 signals".
