@@ -4,7 +4,7 @@
 
 #include "kodiag/message.h"
 #include "text/utf8.h"
-#include "velainstance.h"
+#include "tools/vela/terminal.h"
 
 namespace vela::tool {
 namespace {
@@ -54,12 +54,25 @@ Repository Repository::openForChanging(const Context& context) {
 Repository Repository::openForWriting(const Context& context) {
   if (!context.repository.empty()) return Repository(opened(locationOf(context)));
   refuseWhatIsNoRepository(locationOf(context));
-  return Repository(VelaInstance::getInstance().getObjectManager({}, {}));
+  return Repository(VelaInstance::getInstance());
 }
 
 Repository Repository::openAsSession(const Context& context) {
   requireFile(locationOf(context));
   return openForWriting(context);
+}
+
+Repository::Repository(VelaInstance& session)
+    : session_(&session), manager_(&session.getObjectManager({}, {})) {}
+
+void Repository::EndSession::operator()(VelaInstance* session) const {
+  try {
+    session->setInstanceClosed();
+    session->disconnectAll();
+  } catch (const kodiag::except::ExceptionWithCauses& error) {
+    // The runs are stored; who opens the repository next finds this process gone.
+    warn(error.innermost().textWithCauses());
+  }
 }
 
 std::string Repository::location() const {

@@ -6,6 +6,7 @@
 
 #include "objectmanager/objectmanager.h"
 #include "tools/vela/context.h"
+#include "velainstance.h"
 
 namespace vela::tool {
 
@@ -33,9 +34,14 @@ class Repository {
  private:
   explicit Repository(std::unique_ptr<ObjectManager> owned)
       : owned_(std::move(owned)), manager_(owned_.get()) {}
-  explicit Repository(ObjectManager& shared) : manager_(&shared) {}
+  explicit Repository(VelaInstance& session);
 
+  /// Ends this process's session: its runs are for others to adopt from then on.
+  struct EndSession {
+    void operator()(VelaInstance* session) const;
+  };
   std::unique_ptr<ObjectManager> owned_;
+  std::unique_ptr<VelaInstance, EndSession> session_;
   ObjectManager* manager_;
 };
 
