@@ -124,10 +124,17 @@ VelaInstance& VelaInstance::getInstance() {
 
 ObjectManager& VelaInstance::getObjectManager(const std::string& schemaPath,
                                               const std::string& packageName) {
-  if (schemaPath.empty() || areSamePath(schemaPath, defaultSchemaPath_)) {
+  if (isDefault(schemaPath)) {
     return helperGetObjectManager(defaultSchemaPath_, packageName, true);
   }
   return helperGetObjectManager(schemaPath, packageName, false);
+}
+
+ObjectManager* VelaInstance::findObjectManager(const std::string& schemaPath) {
+  std::lock_guard lock(lock_);
+  const auto place = managers_.find(isDefault(schemaPath) ? defaultSchemaPath_ : schemaPath);
+  return place != managers_.end() && place->second.ready ? place->second.manager.get()
+                                                         : nullptr;
 }
 
 unsigned long long VelaInstance::getInstanceID() const {
@@ -154,7 +161,8 @@ void VelaInstance::unregisterAllNotifiers() {
 
 void VelaInstance::setInstanceClosed() {
   RepositoryGuard repository(repositoryLock());
-  if (ObjectManager* manager = findReady(defaultSchemaPath_)) manager->setInstanceClosed();
+  if (ObjectManager* manager = findObjectManager(defaultSchemaPath_))
+    manager->setInstanceClosed();
 }
 
 void VelaInstance::setIsRapidAccelProcess() {
@@ -193,17 +201,14 @@ void VelaInstance::disconnectAll() {
   attempts.raiseFirst();
 }
 
-ObjectManager* VelaInstance::findReady(const std::string& schemaPath) {
-  std::lock_guard lock(lock_);
-  const auto place = managers_.find(schemaPath);
-  return place != managers_.end() && place->second.ready ? place->second.manager.get()
-                                                         : nullptr;
+bool VelaInstance::isDefault(const std::string& schemaPath) const {
+  return schemaPath.empty() || areSamePath(schemaPath, defaultSchemaPath_);
 }
 
 ObjectManager& VelaInstance::helperGetObjectManager(const std::string& schemaPath,
                                                     const std::string& packageName,
                                                     bool isDefault) {
-  if (ObjectManager* manager = findReady(schemaPath)) return *manager;
+  if (ObjectManager* manager = findObjectManager(schemaPath)) return *manager;
   ObjectManager* manager = nullptr;
   {
     // Waiting for another thread's opening is waiting for this lock: a thread that waited for

@@ -40,6 +40,8 @@ class VelaInstance {
   /// \throws what ObjectManager::initializeObjectManager raises; the next call tries again
   ObjectManager& getObjectManager(const std::string& schemaPath,
                                   const std::string& packageName);
+  /// The manager of a schema that is open; null when there is none. Opens nothing.
+  ObjectManager* findObjectManager(const std::string& schemaPath);
   /// Whether a repository exists.
   bool hasObjMgrBeenCreated() const { return created_; }
   /// Neither 0 nor 1, except that it is 1 in a rapid-accelerator process.
@@ -72,7 +74,7 @@ class VelaInstance {
 
   VelaInstance();
 
-  ObjectManager* findReady(const std::string& schemaPath);
+  bool isDefault(const std::string& schemaPath) const;
   ObjectManager& helperGetObjectManager(const std::string& schemaPath,
                                         const std::string& packageName, bool isDefault);
   Entry& entryFor(const std::string& schemaPath, bool isDefault);

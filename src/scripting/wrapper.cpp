@@ -1,0 +1,91 @@
+#include "scripting/wrapper.h"
+
+#include <filesystem>
+#include <mutex>
+#include <utility>
+
+#include "objectmanager/repositorylock.h"
+#include "scripting/errors.h"
+#include "text/utf8.h"
+
+namespace vela::scripting {
+namespace {
+
+[[noreturn]] void raiseUnusable(const std::string& location, const std::string& reason) {
+  throwScriptingError({"KODD:kodd", "IOError"},
+                      {{"Operation", "open"}, {"Location", location}, {"Reason", reason}});
+}
+
+/// Causes that time does not cure.
+void refuseHopeless(const std::string& location) {
+  if (location.empty()) raiseUnusable(location, "the file name is empty");
+  if (location.find('\0') != std::string::npos) {
+    raiseUnusable(location, "the file name holds a character 0");
+  }
+  std::error_code unknown;
+  const std::filesystem::path path = std::filesystem::absolute(location, unknown);
+  if (std::filesystem::is_directory(path, unknown)) {
+    raiseUnusable(location, "it is a folder");
+  }
+  if (unknown && unknown != std::errc::no_such_file_or_directory) {
+    raiseUnusable(location, unknown.message());
+  }
+  if (!std::filesystem::is_directory(path.parent_path(), unknown)) {
+    raiseUnusable(location, "there is no folder \"" + path.parent_path().string() + "\"");
+  }
+}
+
+/// Opens; raises what stood in the way as it was, without the report that the file is not open.
+std::unique_ptr<ObjectManager> opened(std::unique_ptr<ObjectManager> manager) {
+  manager->initializeObjectManager({}, {});
+  if (manager->isOpen()) return manager;
+  kodiag::util::diagnostics failure;
+  manager->repository().metamodel(failure);
+  kodiag::except::ExceptionWithCauses error = failure.extractExceptionWithCauses();
+  if (error.message().causes.empty()) throw error;
+  throw kodiag::except::ExceptionWithCauses(error.message().causes.front());
+}
+
+}  // namespace
+
+void ObjectManagerWrapper::setObjMgr(std::unique_ptr<ObjectManager> own) {
+  manager_ = std::move(own);
+  isShared_ = false;
+}
+
+void ObjectManagerWrapper::setObjMgr(ObjectManager& shared) {
+  manager_ = std::shared_ptr<ObjectManager>(std::shared_ptr<void>(), &shared);
+  isShared_ = true;
+}
+
+std::string ObjectManagerWrapper::describe() const noexcept {
+  if (!manager_) return "closed";
+  if (isShared_) return "shared";
+  try {
+    return "private '" + text::toUtf8(manager_->getDatabaseLocation()) + "'";
+  } catch (const std::exception&) {
+    return "private";
+  }
+}
+
+void ObjectManagerWrapper::close() {
+  if (isShared_) return;
+  // Declared before the lock, so that the manager dies after it has been let go of.
+  std::shared_ptr<ObjectManager> last;
+  const std::lock_guard lock(repositoryLock());
+  last = std::move(manager_);
+}
+
+std::unique_ptr<ObjectManager> openPrivate(const std::wstring& location) {
+  refuseHopeless(text::toUtf8(location));
+  kodiag::util::diagnostics refusal;
+  ObjectManager::checkFile(location, refusal);
+  refusal.raiseIfAny();
+  return opened(std::make_unique<ObjectManager>(location));
+}
+
+std::unique_ptr<ObjectManager> openTemporary() {
+  return opened(std::make_unique<ObjectManager>());
+}
+
+}  // namespace vela::scripting
