@@ -300,7 +300,8 @@ struct ToHostArray {
   }
   HostArray operator()(const HostArray* value) const { return value ? *value : HostArray(); }
   HostArray operator()(const const_BlobDescriptor& value) const {
-    return HostArray::numeric(ArrayClass::uint8, {value.length(), 1}, value.bytes());
+    return HostArray::numeric(ArrayClass::uint8, {value.length(), 1}, value.bytes())
+        .withRank(1);
   }
 };
 

@@ -13,7 +13,7 @@ namespace kodd {
 /// A real or logical scalar becomes a number or Boolean of its own type, characters become
 /// text, every other array a pointer to `array` itself, which must outlive the result.
 EntryValue convertHostArrayToEntryValue(const host::HostArray& array);
-/// The reverse; bytes become a uint8 column, a time and a UUID text, nothing an empty array.
+/// The reverse; bytes become a list of uint8, a time and a UUID text, nothing an empty array.
 host::HostArray convertEntryValueToHostArray(const EntryValue& value);
 
 /// The array with its class, dimensions and contents, as stored in host array properties.

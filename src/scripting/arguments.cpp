@@ -21,15 +21,14 @@ std::string numberText(const host::HostArray& id) {
 
 }  // namespace
 
-ObjectManager& getObjectManager(const host::InputValue& repository,
-                                const std::string& operation) {
+std::shared_ptr<ObjectManager> getObjectManager(const host::InputValue& repository,
+                                                const std::string& operation) {
   const auto& object = std::get<std::shared_ptr<host::COSObject>>(repository);
-  ObjectManager* const manager =
-      dynamic_cast<ObjectManagerWrapper&>(object->instanceData()).getObjMgr();
+  auto manager = dynamic_cast<ObjectManagerWrapper&>(object->instanceData()).getObjMgr();
   if (!manager) {
     throwScriptingError({"nexstore:nex", "RepositoryClosed"}, {{"Operation", operation}});
   }
-  return *manager;
+  return manager;
 }
 
 int idFromHostArray(const host::HostArray& array, const std::string& operation) {

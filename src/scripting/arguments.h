@@ -3,6 +3,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -22,8 +23,8 @@ inline constexpr const char* kRepositoryClass = "vela.Repository";
 using RaisedIDs = std::vector<std::string>;
 
 /// The manager an object holds. \throws "nexstore:nex:RepositoryClosed" naming the operation
-ObjectManager& getObjectManager(const host::InputValue& repository,
-                                const std::string& operation);
+std::shared_ptr<ObjectManager> getObjectManager(const host::InputValue& repository,
+                                                const std::string& operation);
 /// The ID in an array: one whole number. What cannot be an ID gives 0, which names nothing.
 /// \throws "nexstore:nex:NumericScalarExpected" for anything but one real number without a
 ///         fraction; a logical value is no ID
@@ -38,7 +39,7 @@ boost::shared_ptr<Signal> signalFromID(ObjectManager& manager, const host::HostA
 /// One call, while its inputs are read and its handler runs.
 struct Call {
   const std::string& method;
-  ObjectManager* manager = nullptr;
+  std::shared_ptr<ObjectManager> manager;
   /// Makes everything the handler reads one state of the repository.
   std::optional<kodd::DataModelRepository::ReadScope> reading;
 };
@@ -50,7 +51,7 @@ struct Repository {
   static host::Parameter declared() { return {kRepositoryClass, "repository"}; }
   static RaisedIDs raised() { return {"nexstore:nex:RepositoryClosed"}; }
   static Repository read(Call& call, const host::InputValue& given) {
-    call.manager = &getObjectManager(given, call.method);
+    call.manager = getObjectManager(given, call.method);
     return {*call.manager};
   }
 };

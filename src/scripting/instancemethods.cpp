@@ -47,8 +47,7 @@ std::string locationOf(const std::optional<Any<"repository">>& repository) {
                         repository->value.scriptClass() == kRepositoryClass;
   if (!isObject) return "unknown";
   const auto object = host::objectInArray(repository->value);
-  ObjectManager* const manager =
-      dynamic_cast<ObjectManagerWrapper&>(object->instanceData()).getObjMgr();
+  const auto manager = dynamic_cast<ObjectManagerWrapper&>(object->instanceData()).getObjMgr();
   return manager ? text::toUtf8(manager->getDatabaseLocation()) : "unknown";
 }
 

@@ -8,15 +8,13 @@
 namespace vela::scripting {
 namespace {
 
-const std::string kRunData = "__runData__";  // Stored; never change.
-
 Any<"data"> getRunData(Reading, Run run) {
-  return {kodd::convertEntryValueToHostArray(run->getMetaData(kRunData).value)};
+  return {kodd::convertEntryValueToHostArray(run->getMetaData(strings::RunData).value)};
 }
 
 // Kept as an array even when it is a single number, so that it comes back as it was.
 void setRunData(Repository, Run run, Any<"data"> data) {
-  run->setMetaData(kRunData, &data.value);
+  run->setMetaData(strings::RunData, &data.value);
 }
 
 void setRunStartAndStopTime(Repository repository, Run run, Real<"start"> start,

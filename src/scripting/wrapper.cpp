@@ -1,5 +1,7 @@
 #include "scripting/wrapper.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <mutex>
 #include <utility>
@@ -30,8 +32,13 @@ void refuseHopeless(const std::string& location) {
   if (unknown && unknown != std::errc::no_such_file_or_directory) {
     raiseUnusable(location, unknown.message());
   }
-  if (!std::filesystem::is_directory(path.parent_path(), unknown)) {
-    raiseUnusable(location, "there is no folder \"" + path.parent_path().string() + "\"");
+  const std::string folder = path.parent_path().string();
+  if (!std::filesystem::is_directory(folder, unknown)) {
+    raiseUnusable(location, "there is no folder \"" + folder + "\"");
+  }
+  // Lock file and log are made beside the repository.
+  if (access(folder.c_str(), W_OK) != 0) {
+    raiseUnusable(location, "nothing can be written into the folder \"" + folder + "\"");
   }
 }
 

@@ -14,13 +14,15 @@ namespace vela::scripting {
 class ObjectManagerWrapper : public host::COSInstanceData {
  public:
   /// Null while there is none and after close().
-  ObjectManager* getObjMgr() const { return manager_.get(); }
+  /// Whoever works with it keeps it, so that a close meanwhile does not take it away.
+  std::shared_ptr<ObjectManager> getObjMgr() const { return manager_; }
   void setObjMgr(std::unique_ptr<ObjectManager> own);
   void setObjMgr(ObjectManager& shared);
 
   /// "private '<file>'", "shared", or "closed" while it holds none.
   std::string describe() const noexcept override;
-  /// Lets go of a manager of its own; what is open in it is rolled back. A shared one is kept.
+  /// Lets go of a manager of its own; once no call works with it, what is open in it is rolled
+  /// back. A shared one is kept.
   void close() override;
 
  private:

@@ -90,6 +90,18 @@ TEST_F(FrameTest, ClosedObjectsRefuseAndSayWhatTheyAre) {
   EXPECT_EQ(again.id("getRunCount"), 0);  // the open transaction was rolled back
 }
 
+TEST_F(FrameTest, AnObjectClosedInTheMidstOfItsOwnUnitLetsTheUnitEnd) {
+  const HostArray closing = function([&] {
+    const HostArray id = vela_("createRun", L"kept");
+    vela_.data().close();
+    EXPECT_EQ(idOf([&] { run(); }), "nexstore:nex:RepositoryClosed");
+    return id;
+  });
+  const HostArray id = vela_("safeTransaction", closing);
+  const test::ScriptObject again({test::array((folder_ / "store.dmr").c_str())});
+  EXPECT_EQ(again("getRunName", id).toWide(), L"kept");
+}
+
 TEST_F(FrameTest, AnObjectThatWasNeverConstructedIsClosed) {
   const auto object = std::make_shared<host::COSObject>(test::ScriptObject::classInfo());
   EXPECT_EQ(object->instanceData().describe(), "closed");

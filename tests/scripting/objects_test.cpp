@@ -30,10 +30,12 @@ TEST_F(ObjectMethodsTest, ObjectsOfAllClassesHaveOneKindOfID) {
 TEST_F(ObjectMethodsTest, PropertiesKeepTheirValuesToTheLastBit) {
   const int signal = create("Signal");
   const std::int64_t big = (std::int64_t{1} << 53) + 1;
-  vela_("setProperty", signal, "InstanceID", big, "Label", L"\u00e4\0b", "Abs", -0.0);
+  const std::wstring text(L"\u00e4\0\U0001F600", 3);
+  vela_("setProperty", signal, "InstanceID", big, "HierarchyReference", text,
+        "SimTimeOfNewestPoint", -0.0);
   EXPECT_EQ(property(signal, "InstanceID").toInt64(), big);
-  EXPECT_EQ(property(signal, "Label").toWide(), std::wstring(L"\u00e4\0b"));
-  EXPECT_TRUE(std::signbit(property(signal, "Abs").toDouble()));
+  EXPECT_EQ(property(signal, "HierarchyReference").toWide(), text);
+  EXPECT_TRUE(std::signbit(property(signal, "SimTimeOfNewestPoint").toDouble()));
   EXPECT_EQ(ints(vela_("findObjects", "Signal", "InstanceID", big)), std::vector{signal});
   EXPECT_THAT(ints(vela_("findObjects", "Signal", "InstanceID", big - 1)), IsEmpty());
 }

@@ -68,7 +68,7 @@ TEST_F(OpeningMethodsTest, WhatTimeDoesNotCureIsRefusedAtOnceAndLeftAsItWas) {
       {test::array(folder_.path().c_str()), "KODD:kodd:IOError", "folder"},
       {test::array(""), "KODD:kodd:IOError", "empty"},
       {HostArray::text(std::wstring(L"a\0b", 3)), "KODD:kodd:IOError", "character 0"},
-      {test::array(inFile.c_str()), "KODD:kodd:IOError", "folder"},
+      {test::array(inFile.c_str()), "KODD:kodd:IOError", "irectory"},
       {test::array(((folder_ / "none").string() + "/x.dmr").c_str()), "KODD:kodd:IOError",
        "none"},
       {test::array((folder_ / "notes.txt").c_str()), "KODD:kodd:NotARepository", "notes.txt"},
