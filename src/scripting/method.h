@@ -97,9 +97,9 @@ struct Shape<Result (*)(Arguments...)> {
 
  private:
   template <std::size_t... indices>
-  static std::tuple<Arguments...> read([[maybe_unused]] Call& call,
-                                       [[maybe_unused]] std::span<const host::InputValue> inputs,
-                                       std::index_sequence<indices...>) {
+  static std::tuple<Arguments...> read(
+      [[maybe_unused]] Call& call, [[maybe_unused]] std::span<const host::InputValue> inputs,
+      std::index_sequence<indices...>) {
     // In braces, so that inputs are read from left to right.
     return {readInput<Arguments>(call, inputs, indices)...};
   }
