@@ -337,6 +337,11 @@ std::span<const std::byte> HostArray::bytes() const {
   return std::get<Numbers>(body_->contents).bytes();
 }
 
+bool HostArray::ownsElementsAlone() const {
+  requireNumbers("numbers");
+  return body_.use_count() == 1 && std::get<Numbers>(body_->contents).data.use_count() == 1;
+}
+
 double HostArray::toDouble() const {
   requireNumbers("a number");
   requireReal();

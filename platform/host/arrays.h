@@ -213,6 +213,9 @@ class HostArray {
   /// The elements of a numeric or logical array; lives as long as any copy of it. Of complex
   /// ones, real and imaginary parts in turn.
   std::span<const std::byte> bytes() const;
+  /// Whether nobody else holds the elements of this numeric or logical array, so that their
+  /// memory may be handed to a new owner with the array.
+  bool ownsElementsAlone() const;
   /// The elements of a real array whose class is that of T.
   template <ArrayElement T>
   std::span<const T> values() const {

@@ -1,0 +1,326 @@
+"""A repository as a mapping of runs: the short way in, over the methods of `vela.Repository`."""
+
+import builtins
+import collections.abc
+import errno
+import html
+import io
+import numbers
+import os
+
+from vela import _vela
+from vela._signals import Signal, aligned
+
+_MODES = ("r", "r+", "a", "w", "x")
+
+
+def open(path, mode="r"):
+    """Opens a repository file.
+
+    Parameters
+    ----------
+    path : str or os.PathLike
+    mode : {"r", "r+", "a", "w", "x"}
+        "r" reads an existing file, "r+" changes one, "a" creates it where it is missing, "w" empties
+        it, "x" insists on creating it.
+
+    Returns
+    -------
+    RepositoryFile
+        To be closed, or used in a `with` statement.
+
+    Raises
+    ------
+    FileNotFoundError, FileExistsError
+        The file is missing ("r", "r+") or already there ("x"). Nothing was created or changed.
+    vela.Error
+        The file cannot be opened or holds something else.
+    """
+    if mode not in _MODES:
+        raise ValueError(f"open: mode must be one of {', '.join(_MODES)}, not {mode!r}")
+    path = os.fspath(path)
+    if not isinstance(path, str):
+        raise TypeError(f"open: path must be str, not {type(path).__name__}")
+    if mode in ("r", "r+") and not os.path.exists(path):
+        raise FileNotFoundError(errno.ENOENT, os.strerror(errno.ENOENT), path)
+    if mode == "x":
+        # An empty file is an empty repository, and the kernel lets only one process make it.
+        builtins.open(path, "x").close()
+    repository = _vela.Repository(path)
+    if mode == "w":
+        _empty(repository)
+    return RepositoryFile(repository, mode)
+
+
+def _empty(repository):
+    """Removes all runs: other processes may have the file open, so it stays in its place."""
+
+    def remove_everything():
+        repository.deleteAllRuns()
+        repository.setHighestRunNumber(0)
+        repository.restoreRunNameTemplate()
+
+    repository.safeTransaction(remove_everything)
+
+
+class RepositoryFile:
+    """An open repository.
+
+    Attributes
+    ----------
+    runs : Runs
+        The runs, by name, number or ID.
+    repository : vela.Repository
+        The same file, with every method there is.
+    mode : str
+    """
+
+    def __init__(self, repository, mode):
+        self.repository = repository
+        self.mode = mode
+        self.runs = Runs(self)
+
+    @property
+    def path(self):
+        return self.repository.getSource()
+
+    @property
+    def writable(self):
+        return self.mode != "r"
+
+    def require_writable(self):
+        if not self.writable:
+            raise io.UnsupportedOperation(f'{self!r} is open for reading only; use mode "r+"')
+
+    def close(self):
+        """Closes the file; harmless when it is closed."""
+        self.repository.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exception):
+        self.close()
+
+    def __repr__(self):
+        return f"<vela.RepositoryFile {self.mode!r} {self.repository!r}>"
+
+    def _repr_html_(self):
+        return self.runs._repr_html_()
+
+
+class Runs(collections.abc.Mapping):
+    """The runs of a repository, in its order: names to runs.
+
+    `runs[key]` takes a name, a run number or a run ID; a number wins over an ID. A name that
+    several runs have is refused: use the number.
+    """
+
+    def __init__(self, file):
+        self._file = file
+        self._repository = file.repository
+
+    def ids(self):
+        """Run IDs as a list of int."""
+        return [int(each) for each in self._repository.getAllRunIDs()]
+
+    def __len__(self):
+        return len(self.ids())
+
+    def __iter__(self):
+        return iter([run.name for run in self.values()])
+
+    def values(self):
+        return [Run(self._file, run_id) for run_id in self.ids()]
+
+    def items(self):
+        return [(run.name, run) for run in self.values()]
+
+    def __contains__(self, key):
+        return bool(self._matches(key))
+
+    def __getitem__(self, key):
+        found = self._matches(key)
+        if not found:
+            raise KeyError(f"{self._file!r} has no run {key!r}")
+        if len(found) > 1:
+            run_numbers = ", ".join(str(run.number) for run in found)
+            raise KeyError(f"several runs are called {key!r}: numbers {run_numbers}")
+        return found[0]
+
+    def create(self, name):
+        """Creates a run with the next number.
+
+        Returns
+        -------
+        Run
+        """
+        self._file.require_writable()
+        return Run(self._file, self._repository.createRun(name))
+
+    def __delitem__(self, key):
+        self._file.require_writable()
+        self._repository.removeRun(self[key].id)
+
+    def _matches(self, key):
+        runs = self.values()
+        if isinstance(key, str):
+            return [run for run in runs if run.name == key]
+        if isinstance(key, Run):
+            return [run for run in runs if run.id == key.id]
+        if isinstance(key, numbers.Integral) and not isinstance(key, bool):
+            by_number = [run for run in runs if run.number == key]
+            return by_number or [run for run in runs if run.id == key]
+        return []
+
+    def __repr__(self):
+        named = ", ".join(f"{run.number}: {run.name!r}" for run in self.values())
+        return f"<vela.Runs {{{named}}}>"
+
+    def _repr_html_(self):
+        rows = [(run.id, run.number, run.name, run.date, len(run)) for run in self.values()]
+        return _table(("ID", "number", "name", "created", "signals"), rows)
+
+
+class Run(collections.abc.Mapping):
+    """One run: signal names to signals."""
+
+    def __init__(self, file, run_id):
+        self._file = file
+        self._repository = file.repository
+        self.id = run_id
+
+    name = property(lambda self: self._repository.getRunName(self.id))
+    number = property(lambda self: self._repository.getRunNumber(self.id))
+    description = property(lambda self: self._repository.getRunDescription(self.id))
+    tag = property(lambda self: self._repository.getRunTag(self.id))
+    model = property(lambda self: self._repository.getRunModel(self.id))
+    start = property(lambda self: self._repository.getRunStartTime(self.id))
+    stop = property(lambda self: self._repository.getRunStopTime(self.id))
+    date = property(lambda self: self._repository.getDateCreatedString(self.id))
+
+    def signal_ids(self):
+        """IDs of all signals as a list of int."""
+        return [int(each) for each in self._repository.getAllSignalIDs(self.id)]
+
+    def __len__(self):
+        return len(self.signal_ids())
+
+    def __iter__(self):
+        return iter([signal.name for signal in self.values()])
+
+    def values(self):
+        return [Signal(self._file, signal_id) for signal_id in self.signal_ids()]
+
+    def items(self):
+        return [(signal.name, signal) for signal in self.values()]
+
+    def __contains__(self, key):
+        return bool(self._matches(key))
+
+    def __getitem__(self, key):
+        found = self._matches(key)
+        if not found:
+            raise KeyError(f"run {self.name!r} has no signal {key!r}")
+        if len(found) > 1:
+            ids = ", ".join(str(signal.id) for signal in found)
+            raise KeyError(f"several signals of run {self.name!r} are called {key!r}: IDs {ids}")
+        return found[0]
+
+    def add(self, name, times, values, unit="", interpolation=None, description=None, parent=None):
+        """Adds a signal with its samples.
+
+        Parameters
+        ----------
+        name : str
+        times : array_like, shape (n,)
+            Seconds, not decreasing.
+        values : array_like, shape (n,) or (n, ...)
+            Of more than one dimension: one sample of that shape for each time.
+        unit : str
+        interpolation : {"zoh", "linear", "none"}, optional
+            How to read between two samples.
+        description : str, optional
+            Kept as metadata under "description".
+        parent : Signal, optional
+
+        Returns
+        -------
+        Signal
+        """
+        self._file.require_writable()
+        metadata = None if description is None else {"description": description}
+        further = []
+        if parent is not None or interpolation is not None:
+            further.append(None if parent is None else parent.id)
+        if interpolation is not None:
+            further.append(interpolation)
+        signal_id = self._repository.add(
+            {"Time": times, "Data": values},
+            unit,
+            "",  # root source
+            "",  # root data source
+            "",  # time source
+            "",  # data source
+            "",  # block path
+            self.model,
+            name,
+            None,  # dimensions: those of the values
+            None,  # port index
+            None,  # channel
+            None,  # block identifier
+            None,  # absolute tolerance
+            None,  # relative tolerance
+            None,  # time alignment
+            metadata,
+            self.id,
+            *further,
+        )
+        return Signal(self._file, signal_id)
+
+    def to_pandas(self, raster=None):
+        """The signals as the columns of a `pandas.DataFrame`, its index the times.
+
+        Parameters
+        ----------
+        raster : float or array_like, optional
+            A step in seconds, or the times themselves. Values between two samples follow the
+            interpolation of the signal; outside its samples a signal has NaN. Without a raster all
+            signals must have the same times.
+
+        Raises
+        ------
+        ValueError
+            The times differ and no raster is given.
+        """
+        return aligned([signal for signal in self.values() if not signal.children], raster)
+
+    def _matches(self, key):
+        if isinstance(key, str):
+            return [signal for signal in self.values() if signal.name == key]
+        if isinstance(key, numbers.Integral) and not isinstance(key, bool):
+            return [signal for signal in self.values() if signal.id == key]
+        return []
+
+    def __eq__(self, other):
+        if not isinstance(other, Run):
+            return NotImplemented
+        return self.id == other.id and self._repository is other._repository
+
+    def __hash__(self):
+        return hash((self.id, id(self._repository)))
+
+    def __repr__(self):
+        return f"<vela.Run {self.number}: {self.name!r}, {len(self)} signals>"
+
+    def _repr_html_(self):
+        rows = [(signal.id, signal.name, signal.unit, signal.type) for signal in self.values()]
+        return _table(("ID", "name", "unit", "type"), rows)
+
+
+def _table(head, rows):
+    def line(cells, tag):
+        return "<tr>" + "".join(f"<{tag}>{html.escape(str(cell))}</{tag}>" for cell in cells) + "</tr>"
+
+    body = "".join(line(row, "td") for row in rows)
+    return f"<table><thead>{line(head, 'th')}</thead><tbody>{body}</tbody></table>"

@@ -1,0 +1,167 @@
+"""One signal, and several signals on one time base."""
+
+import typing
+
+import numpy as np
+
+
+class Samples(typing.NamedTuple):
+    """Samples of a signal: `times` in seconds, shape (n,), and `values`, shape (n, ...)."""
+
+    times: np.ndarray
+    values: np.ndarray
+
+
+class Signal:
+    """One quantity of a run, sampled over time. Every access reads the repository."""
+
+    def __init__(self, file, signal_id):
+        self._file = file
+        self._repository = file.repository
+        self.id = signal_id
+
+    name = property(lambda self: self._repository.getSignalName(self.id))
+    type = property(lambda self: self._repository.getSignalDataTypeLabel(self.id))
+    interpolation = property(lambda self: self._repository.getSignalInterpMethod(self.id))
+
+    @property
+    def unit(self):
+        return self._repository.getUnit(self.id)
+
+    @unit.setter
+    def unit(self, unit):
+        self._file.require_writable()
+        self._repository.setUnit(self.id, unit)
+
+    @property
+    def children(self):
+        """The signals this one is made of; empty for one that has samples of its own."""
+        return [Signal(self._file, int(each)) for each in self._repository.getSignalChildren(self.id)]
+
+    @property
+    def samples(self):
+        """All samples, of a signal with children those of all children, as `Samples`."""
+        data = self._repository.getHierarchicalSignalData(self.id)
+        return Samples(data["Time"], data["Data"])
+
+    @property
+    def times(self):
+        return self.samples.times
+
+    @property
+    def values(self):
+        return self.samples.values
+
+    def cut(self, start, stop):
+        """The samples with start <= time <= stop, as `Samples`; reads nothing else."""
+        data = self._repository.getSignalDataValues(self.id, True, float(start), float(stop))
+        return Samples(data["Time"], data["Data"])
+
+    def append(self, times, values):
+        """Appends samples, all or none.
+
+        Parameters
+        ----------
+        times : array_like, shape (n,), or a number
+            Seconds, not decreasing.
+        values : array_like, shape (n, ...)
+        """
+        self._file.require_writable()
+        self._repository.appendSignalData(self.id, times, values)
+
+    def to_pandas(self):
+        """A `pandas.Series` of the values over the times."""
+        import pandas
+
+        times, values = self.samples
+        return pandas.Series(_column(values, self.name), _time_index(times), name=self.name)
+
+    def __eq__(self, other):
+        if not isinstance(other, Signal):
+            return NotImplemented
+        return self.id == other.id and self._repository is other._repository
+
+    def __hash__(self):
+        return hash((self.id, id(self._repository)))
+
+    def __repr__(self):
+        unit = f" [{self.unit}]" if self.unit else ""
+        return f"<vela.Signal {self.id}: {self.name!r}{unit}, {self.type}>"
+
+
+def aligned(signals, raster):
+    """The signals as a data frame over one time base; see `Run.to_pandas`."""
+    import pandas
+
+    samples = [signal.samples for signal in signals]
+    if raster is None:
+        times = _common_times(signals, samples)
+        columns = [_column(each.values, signal.name) for signal, each in zip(signals, samples)]
+    else:
+        times = _raster_times(raster, samples)
+        columns = [
+            _resampled(_column(each.values, signal.name), each.times, times, signal.interpolation)
+            for signal, each in zip(signals, samples)
+        ]
+    # Built by position: two signals may share a name.
+    frame = pandas.DataFrame(dict(enumerate(columns)), index=_time_index(times))
+    frame.columns = [signal.name for signal in signals]
+    return frame
+
+
+def _time_index(times):
+    import pandas
+
+    return pandas.Index(times, name="time")
+
+
+def _column(values, name):
+    values = np.asarray(values)
+    if values.ndim != 1:
+        raise ValueError(f"signal {name!r} has samples of shape {values.shape[1:]}; pandas takes scalars")
+    return values
+
+
+def _common_times(signals, samples):
+    if not samples:
+        return np.empty(0)
+    times = samples[0].times
+    for signal, each in zip(signals, samples):
+        if not np.array_equal(each.times, times):
+            raise ValueError(
+                f"signals {signals[0].name!r} and {signal.name!r} have different times; "
+                "give a raster: a step in seconds, or an array of times"
+            )
+    return times
+
+
+def _raster_times(raster, samples):
+    if np.ndim(raster):
+        return np.asarray(raster, dtype=np.float64)
+    step = float(raster)
+    if not step > 0 or not np.isfinite(step):
+        raise ValueError(f"raster: the step must be positive, not {raster!r}")
+    known = [each.times for each in samples if len(each.times)]
+    if not known:
+        return np.empty(0)
+    first = min(times[0] for times in known)
+    last = max(times[-1] for times in known)
+    # The tolerance keeps the last sample where the step divides the duration inexactly.
+    return first + step * np.arange(int(np.floor((last - first) / step * (1 + 1e-12))) + 1)
+
+
+def _resampled(values, times, raster, interpolation):
+    """Values at the times of the raster; NaN (None for objects) where the signal has no samples."""
+    if len(times) == 0:
+        return np.full(len(raster), np.nan)
+    inside = (raster >= times[0]) & (raster <= times[-1])
+    if interpolation == "linear" and np.issubdtype(values.dtype, np.floating):
+        return np.where(inside, np.interp(raster, times, values), np.nan)
+    last_before = np.clip(np.searchsorted(times, raster, side="right") - 1, 0, None)
+    held = values[last_before]
+    if inside.all():
+        return held
+    if held.dtype == object:
+        held[~inside] = None
+        return held
+    return np.where(inside, held, np.nan)

@@ -1,0 +1,113 @@
+"""Values the host knows and numpy does not: enumerations and fixed-point numbers."""
+
+import enum
+import functools
+import re
+
+import numpy as np
+
+
+@functools.lru_cache(maxsize=None)
+def enumeration_class(name, members):
+    """The class of a definition: one for each name and tuple of (label, value) pairs."""
+    return enum.IntEnum(name, members)
+
+
+def enumeration_members(samples, labels, class_name, values):
+    """An object array, shaped like `samples`, of members of the class so defined."""
+    members = tuple(zip(labels, (int(value) for value in np.atleast_1d(values))))
+    cls = enumeration_class(class_name, members)
+    by_value = {int(member): member for member in cls}
+    samples = np.asarray(samples)
+    out = np.empty(samples.shape, dtype=object)
+    for index, sample in np.ndenumerate(samples):
+        try:
+            out[index] = by_value[int(sample)]
+        except KeyError:
+            raise ValueError(f"{int(sample)} is no value of the enumeration {class_name}") from None
+    return out
+
+
+class FixedPoint(np.lib.mixins.NDArrayOperatorsMixin):
+    """Fixed-point numbers: real-world values beside the integer type that holds them.
+
+    Arithmetic works on the real-world values and gives plain arrays.
+
+    Parameters
+    ----------
+    values : array_like of float
+        Real-world values.
+    signed : bool
+    wordLength : int
+        Bits of one stored integer.
+    fractionLength : int, optional
+        Bits right of the binary point. Left out where `slope` and `bias` scale instead.
+    slope, bias : float, optional
+        value = slope * stored integer + bias; with `fractionLength`, slope is 2**-fractionLength.
+    """
+
+    __slots__ = ("_values", "signed", "wordLength", "fractionLength", "slope", "bias")
+
+    def __init__(self, values, signed=True, wordLength=16, fractionLength=None, slope=None, bias=0.0):
+        if (fractionLength is None) == (slope is None):
+            raise TypeError("FixedPoint: give either fractionLength or slope")
+        if fractionLength is not None and bias:
+            raise TypeError("FixedPoint: a bias goes with slope, not with fractionLength")
+        self._values = np.array(values, dtype=np.float64)
+        self.signed = bool(signed)
+        self.wordLength = int(wordLength)
+        self.fractionLength = None if fractionLength is None else int(fractionLength)
+        self.slope = 2.0**-self.fractionLength if slope is None else float(slope)
+        self.bias = float(bias)
+
+    def __array__(self, dtype=None):
+        return self._values.astype(np.float64 if dtype is None else dtype)
+
+    def __array_ufunc__(self, ufunc, method, *inputs, **keywords):
+        plain = [np.asarray(each) if isinstance(each, FixedPoint) else each for each in inputs]
+        return getattr(ufunc, method)(*plain, **keywords)
+
+    def __len__(self):
+        return len(self._values)
+
+    def __getitem__(self, index):
+        return self._values[index]
+
+    @property
+    def shape(self):
+        return self._values.shape
+
+    @property
+    def ndim(self):
+        return self._values.ndim
+
+    @property
+    def size(self):
+        return self._values.size
+
+    @property
+    def dtype(self):
+        return self._values.dtype
+
+    def __repr__(self):
+        scale = (
+            f"slope={self.slope!r}, bias={self.bias!r}"
+            if self.fractionLength is None
+            else f"fractionLength={self.fractionLength}"
+        )
+        return f"FixedPoint({self._values!r}, signed={self.signed}, wordLength={self.wordLength}, {scale})"
+
+
+_FIXED_POINT_TYPE = re.compile(r"(?P<sign>[su])fix(?P<bits>\d+)(_E(?P<right>n?)(?P<length>\d+))?")
+
+
+def fixed_point_values(metadata, values):
+    """`FixedPoint` of real-world values; `metadata` has "TypeName", "Slope" and "Bias"."""
+    name = _FIXED_POINT_TYPE.fullmatch(metadata["TypeName"])
+    if not name:
+        raise ValueError(f"{metadata['TypeName']!r} names no fixed-point type")
+    signed, bits = name["sign"] == "s", int(name["bits"])
+    if name["length"] is None:
+        return FixedPoint(values, signed, bits, slope=metadata["Slope"], bias=metadata["Bias"])
+    length = int(name["length"]) if name["right"] else -int(name["length"])
+    return FixedPoint(values, signed, bits, fractionLength=length)

@@ -1,0 +1,225 @@
+"""How methods are declared, documented and called, and what they refuse."""
+
+import ast
+import inspect
+import pathlib
+import pickle
+import pydoc
+
+import numpy as np
+import pytest
+
+import vela
+from vela import _vela
+
+NAMES = set("""
+createObject removeObject setProperty getProperty addChild removeChild getChildren findObjects
+getSource getLock setLock beginTransaction commitTransaction rollbackTransaction safeTransaction
+throwCorruptDatabase hasBeenCreated sessionRequiresRaccelImport setPersistentDMRFeature
+clearRepositoryFile
+
+createRun createEmptyRun createViewRun createComparisonRun copyRun getRunData setRunData removeRun
+deleteAllRuns deleteRunsAndSignals purgeDeletedRuns hasDataFromPriorSession
+discardDataFromPriorSession importDataFromPriorSession importCompletedRapidAccelRuns addSignal
+getSignalCount getRunCount getRunID getRunIDByIndex getAllRunIDs getAllSignalIDs getRunApp
+getRunAppAsString getRunName setRunName getRunDisplayName getRunDescription setRunDescription
+getRunTag setRunTag getRunModel setRunModel getRunSimMode setRunSimMode getRunNumber setRunNumber
+getRunIndex setRunIndex getRunStartTime setRunStartTime getRunStopTime setRunStartAndStopTime
+getDateCreated setDateCreated getDateCreatedString getVersion getRunWasVisualizeOnly
+setRunWasVisualizeOnly getOverwrite setOverwrite getOverWriteSetID getPriorOverwriteRunID
+uncheckOverwrittenSignals uncheckAllSignalsInRun getBaselineRunID getCompareToRunID
+getCurrentStreamingRunID getRunIsActivelyStreaming isValidRunID getRunNameTemplate
+setRunNameTemplate restoreRunNameTemplate getHighestRunNumber setHighestRunNumber getShowRunAtTop
+setShowRunAtTop addPausedModel removePausedModel getRunIDFromModel updatePausedModelRunID
+getRunHarnessModelMetaData setRunHarnessModelMetaData getUniqueRunAndSignalIDs
+getCheckedSignalsFromDbIDs runHasEnumSignals runHasCustomHierarchy runHasDataHierarchy
+
+close
+""".split())
+
+METHODS = {entry["name"]: entry for entry in _vela.declarations["Repository"] if entry["name"] != "__init__"}
+
+
+def test_public_names_are_those_that_are_documented():
+    assert {name for name in dir(vela.Repository) if not name.startswith("_")} == NAMES
+    assert set(METHODS) == NAMES - {"close"}
+
+
+def test_signatures_follow_the_declarations(repo):
+    for name, entry in METHODS.items():
+        expected = [] if entry["static"] else ["self"]
+        expected += [parameter for parameter, _, _ in entry["inputs"]] + ["args"] * entry["more"]
+        signature = inspect.signature(getattr(vela.Repository, name))
+        assert list(signature.parameters) == expected
+        for parameter, _, optional in entry["inputs"]:
+            assert (signature.parameters[parameter].default is None) == optional
+        bound = inspect.signature(getattr(repo, name))
+        assert list(bound.parameters) == expected[0 if entry["static"] else 1:]
+    assert str(inspect.signature(vela.Repository.createRun)) == "(self, name, /)"
+    assert list(inspect.signature(vela.Repository).parameters) == ["file"]
+
+
+def test_help_reads_well(repo):
+    text = pydoc.plain(pydoc.render_doc(vela.Repository.createRun))
+    lines = [line.strip() for line in text.splitlines()]
+    assert any(line.startswith("createRun(self, name, /)") for line in lines)
+    for line in ["Parameters", "name : str (unicodeString)", "Returns", "runID : int (int32 scalar)"]:
+        assert line in lines
+    whole = pydoc.plain(pydoc.render_doc(vela.Repository))
+    assert "Korvo VELA Data Container" in whole
+    for name in NAMES:
+        assert f"{name}(" in whole
+        assert inspect.getdoc(getattr(vela.Repository, name)).strip()
+    assert "nexstore:nex:NoSuchRun" in vela.Repository.getRunName.__doc__
+    assert repr(vela.Repository.createRun) == "<method Repository.createRun>"
+    assert vela.Repository.__module__ == vela.Repository.createRun.__module__ == "vela"
+
+
+def test_stubs_declare_what_the_classes_have():
+    package = pathlib.Path(_vela.__file__).parent
+    assert (package / "py.typed").exists()
+    tree = ast.parse((package / "_vela.pyi").read_text())
+    classes = {node.name: node for node in tree.body if isinstance(node, ast.ClassDef)}
+    methods = {node.name: node for node in classes["Repository"].body if isinstance(node, ast.FunctionDef)}
+    assert {name for name in methods if not name.startswith("_")} == NAMES
+    assert ast.unparse(methods["getRunName"].args) == "self, runID: Any"
+    assert ast.unparse(methods["getRunName"].returns) == "str"
+
+
+def test_inputs_may_be_named(repo):
+    run = repo.createRun(name="first")
+    repo.setRunTag(run, tag="x")
+    assert repo.getRunTag(runID=run) == "x"
+    assert vela.Repository.getRunTag(repo, run) == "x"
+    assert repo.getAllRunIDs(None).tolist() == repo.getAllRunIDs(application=None).tolist() == [run]
+
+
+def test_calls_of_the_wrong_form_name_method_and_input(repo):
+    for call, text in [
+        (lambda: repo.createRun(), 'createRun: needs the input "name"'),
+        (lambda: repo.createRun("a", "b"), "createRun: takes at most 1 input, 2 were given"),
+        (lambda: repo.createRun("a", name="b"), 'createRun: input "name" is given twice'),
+        (lambda: repo.createRun(title="b"), 'createRun: has no input "title"'),
+        (lambda: repo.createRun(5), "createRun: name must be str, not int"),
+        (lambda: repo.createRun(b"x"), "createRun: name must be str, not bytes"),
+        (lambda: vela.Repository.createRun("x"), 'createRun: needs the input "name"'),
+        (lambda: vela.Repository.createRun(3, "x"), "createRun: .* must be vela.Repository, not int"),
+        (lambda: vela.Repository.hasBeenCreated(1), "hasBeenCreated: takes at most 0 inputs"),
+        (lambda: vela.Repository("a", "b"), "Repository: takes at most 1 input"),
+    ]:
+        with pytest.raises(TypeError, match=text):
+            call()
+
+
+# Inputs that fit a declared type; of "any", an ID of nothing.
+FITTING = {"int": 1, "float": 1.0, "bool": True, "str": "text", "Sequence[int]": [], "Any": 0,
+           "str | os.PathLike[str]": "text"}
+# Whatever is thrown at a method, one of these comes out.
+REFUSALS = (vela.Error, TypeError, OverflowError, ValueError)
+
+
+def bad_inputs(ids):
+    return {
+        "no number, text or list": object(),
+        "half a surrogate pair": "\ud800",
+        "out of range": 2**70,
+        "not a number": float("nan"),
+        "no ID": "text",
+        "an ID of nothing": 2**31 - 1,
+        "an ID of another class": ids["object"],
+        "a table": np.ones((2, 2)),
+    }
+
+
+def contents(repo):
+    """Everything a bad call must leave alone."""
+    return [(run, repo.getRunName(run), repo.getRunTag(run), repo.getRunNumber(run),
+             repo.getSignalCount(run)) for run in repo.getAllRunIDs()]
+
+
+@pytest.mark.parametrize("name", sorted(METHODS))
+def test_bad_inputs_are_refused_and_change_nothing(repo, run, name):
+    entry = METHODS[name]
+    if entry["static"]:
+        with pytest.raises(TypeError):
+            getattr(vela.Repository, name)(*[object()] * (len(entry["inputs"]) + 1))
+        return
+    method = getattr(repo, name)
+    required = [annotation for _, annotation, optional in entry["inputs"] if not optional]
+    if required:
+        with pytest.raises(TypeError, match=f"{name}: needs the input"):
+            method()
+    if not entry["more"]:
+        with pytest.raises(TypeError, match=f"{name}: takes at most"):
+            method(*[0] * (len(entry["inputs"]) + 1))
+    ids = {"run": run, "object": repo.createObject("RunNumberByRunID")}
+    before = contents(repo)
+    for what, bad in bad_inputs(ids).items():
+        for position, (parameter, annotation, _) in enumerate(entry["inputs"]):
+            inputs = [FITTING[kind] for _, kind, _ in entry["inputs"][: position + 1]]
+            inputs[-1] = bad
+            inputs += [FITTING[kind] for _, kind, optional in entry["inputs"][position + 1:] if not optional]
+            try:
+                with_effect = method(*inputs)
+            except REFUSALS as refusal:
+                assert str(refusal)
+                assert contents(repo) == before, (what, parameter)
+            else:
+                # It fits after all, or the method asks for nothing better.
+                assert annotation == "Any" or _fits(annotation, bad), (what, parameter, with_effect)
+                return
+    with pytest.raises(REFUSALS):
+        method(*[object()] * max(len(entry["inputs"]), 1))
+
+
+def _fits(annotation, value):
+    if annotation == "float":
+        return isinstance(value, (int, float))
+    return annotation.startswith({str: "str", int: "int"}.get(type(value), "?"))
+
+
+@pytest.mark.parametrize("name", sorted(name for name, entry in METHODS.items() if not entry["static"]))
+def test_a_closed_repository_refuses_every_method(path, name):
+    repo = vela.Repository(path)
+    repo.close()
+    inputs = [FITTING[kind] for _, kind, optional in METHODS[name]["inputs"] if not optional]
+    if name == "safeTransaction":
+        inputs = [lambda: None]
+    with pytest.raises(vela.Error) as refusal:
+        getattr(repo, name)(*inputs)
+    assert refusal.value.identifier.startswith(("nexstore:", "KODD:"))
+
+
+def test_errors_carry_identifier_message_and_causes(repo, run):
+    with pytest.raises(vela.Error) as caught:
+        repo.getRunName(run + 1)
+    error = caught.value
+    assert error.identifier == "nexstore:nex:NoSuchRun"
+    assert str(error) == f"{error.identifier}: {error.message}" and error.message
+    assert isinstance(error, LookupError) and isinstance(error, RuntimeError)
+    with pytest.raises(ValueError) as refused:
+        repo.getRunName("no number")
+    assert refused.value.identifier == "nexstore:nex:NumericScalarExpected"
+
+    copy = pickle.loads(pickle.dumps(error))
+    assert type(copy) is type(error)
+    assert (copy.identifier, copy.message, copy.causes) == (error.identifier, error.message, error.causes)
+
+
+def test_causes_tell_the_way_an_error_came(repo, run):
+    cause = vela.Error("a:b:Inner", "inner")
+    outer = vela.Error("a:b:Outer", "outer", [cause])
+    assert outer.causes == (cause,) and outer.__cause__ is cause
+    copy = pickle.loads(pickle.dumps(outer))
+    assert copy.causes[0].identifier == "a:b:Inner" and copy.__cause__ is copy.causes[0]
+    with pytest.raises(vela.Error) as caught:
+        repo.removeRun(run + 1)
+    assert all(isinstance(each, vela.Error) for each in caught.value.causes)
+    assert not caught.value.identifier.endswith("DictFuncThrewException")
+
+
+def test_logical_values_and_fractions_are_no_ids(repo, run):
+    for value in [True, 1.5, [], [run, run], None, "a", {}]:
+        with pytest.raises(vela.Error, match="NumericScalarExpected|NoSuchRun"):
+            repo.getRunName(value)
+    assert repo.getRunName(float(run)) == repo.getRunName(np.int32(run)) == "a run"

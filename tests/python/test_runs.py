@@ -1,0 +1,144 @@
+"""Runs as mappings of signals: the short way in."""
+
+import io
+
+import numpy as np
+import pytest
+
+import vela
+
+needs_signals = pytest.mark.skipif(
+    not hasattr(vela.Repository, "add"), reason="signals cannot be reached from scripts yet")
+
+
+@pytest.fixture
+def file(path):
+    with vela.open(path, "x") as opened:
+        yield opened
+
+
+def test_modes_mean_what_they_mean_for_files(path, tmp_path):
+    for mode in ["r", "r+"]:
+        with pytest.raises(FileNotFoundError):
+            vela.open(path, mode)
+    assert not path.exists()
+    with vela.open(path, "x") as file:
+        file.runs.create("first")
+    with pytest.raises(FileExistsError):
+        vela.open(path, "x")
+    for mode in ["r+", "a"]:
+        with vela.open(path, mode) as file:
+            file.runs.create(mode)
+    with vela.open(path) as file:
+        assert list(file.runs) == ["first", "r+", "a"] and file.mode == "r"
+        for change in [lambda: file.runs.create("x"), lambda: file.runs.__delitem__("a"),
+                       lambda: file.runs["a"].add("s", [0], [1])]:
+            with pytest.raises(io.UnsupportedOperation, match="r\\+"):
+                change()
+    with vela.open(path, "w") as file:
+        assert len(file.runs) == 0
+        assert file.runs.create("again").number == 1
+    with vela.open(tmp_path / "new.dmr", "a") as file:
+        assert len(file.runs) == 0
+    with pytest.raises(ValueError, match="mode"):
+        vela.open(path, "rb")
+    with pytest.raises(TypeError):
+        vela.open(b"runs.dmr", "w")
+
+
+def test_emptying_spares_what_is_no_repository(tmp_path):
+    notes = tmp_path / "notes.txt"
+    notes.write_text("keep me " * 500)
+    with pytest.raises(vela.Error):
+        vela.open(notes, "w")
+    assert notes.read_text() == "keep me " * 500
+
+
+def test_runs_are_found_by_name_number_and_id(file):
+    first, second = file.runs.create("first"), file.runs.create("second")
+    assert file.runs["second"] == file.runs[2] == file.runs[second.id] == second
+    assert file.runs[np.int32(1)] == first
+    assert "first" in file.runs and 2 in file.runs and first.id in file.runs and second in file.runs
+    for absent in ["third", 3, -1, 1.5, None, True]:
+        assert absent not in file.runs
+        with pytest.raises(KeyError):
+            file.runs[absent]
+    assert list(file.runs) == ["first", "second"] and len(file.runs) == 2
+    assert file.runs.values() == [first, second]
+    assert dict(file.runs.items()) == {"first": first, "second": second}
+    assert file.runs.get("third") is None
+
+    file.runs.create("first")
+    with pytest.raises(KeyError, match="numbers 1, 3"):
+        file.runs["first"]
+    del file.runs[1]
+    assert file.runs["first"].number == 3
+
+
+def test_representations_tell_what_is_there(file):
+    file.runs.create("<b>")
+    assert repr(file.runs) == "<vela.Runs {1: '<b>'}>"
+    assert repr(file.runs[1]) == "<vela.Run 1: '<b>', 0 signals>"
+    assert "&lt;b&gt;" in file._repr_html_() and "<b>" not in file.runs._repr_html_()
+    assert "<table>" in file.runs[1]._repr_html_()
+    assert str(file.path) in repr(file)
+
+
+@needs_signals
+def test_signals_are_added_read_cut_and_extended(file):
+    run = file.runs.create("drive")
+    speed = run.add("speed", [0, 1, 2], [1.5, 2.5, 3.5], unit="m/s", interpolation="linear")
+    assert run["speed"] == speed and "speed" in run and list(run) == ["speed"] and len(run) == 1
+    assert (speed.name, speed.unit, speed.type) == ("speed", "m/s", "double")
+    assert speed.interpolation == "linear"
+    speed.append([3.0], [4.5])
+    assert speed.times.tolist() == [0, 1, 2, 3] and speed.values.tolist() == [1.5, 2.5, 3.5, 4.5]
+    times, values = speed.cut(1, 2)
+    assert times.tolist() == [1, 2] and values.tolist() == [2.5, 3.5]
+    assert len(speed.cut(5, 6).times) == 0
+    speed.unit = "km/h"
+    assert run[speed.id].unit == "km/h"
+    with pytest.raises(vela.DataError):
+        speed.append([0.0], [[1, 2]])
+    with pytest.raises(KeyError, match="pressure"):
+        run["pressure"]
+    assert "speed" in run._repr_html_() and "km/h" in repr(speed)
+
+
+@needs_signals
+@pytest.mark.parametrize("values", [
+    np.arange(12.0).reshape(3, 4), np.arange(12).reshape(3, 2, 2), np.array([1 + 2j, 3, 4j]),
+    np.array([True, False, True]), np.arange(3, dtype=np.uint8),
+])
+def test_values_of_any_shape_come_back(file, values):
+    signal = file.runs.create("shapes").add("s", [0, 1, 2], values)
+    assert signal.values.shape == values.shape and signal.values.dtype == values.dtype
+    assert np.array_equal(signal.values, values)
+
+
+@needs_signals
+def test_frames_need_one_time_base_or_a_raster(file):
+    pandas = pytest.importorskip("pandas")
+    run = file.runs.create("frames")
+    run.add("a", [0, 1, 2], [0.0, 10.0, 20.0], interpolation="linear")
+    run.add("b", [0, 1, 2], [1, 2, 3], interpolation="zoh")
+    frame = run.to_pandas()
+    assert frame.columns.tolist() == ["a", "b"] and frame.index.name == "time"
+    assert frame["b"].tolist() == [1, 2, 3] and frame["b"].dtype == np.int64
+
+    run.add("late", [0.5, 2.5], [5.0, 7.0], interpolation="zoh")
+    with pytest.raises(ValueError, match="'late' have different times.*raster"):
+        run.to_pandas()
+    frame = run.to_pandas(raster=0.5)
+    assert frame.index.tolist() == [0, 0.5, 1, 1.5, 2, 2.5]
+    assert frame["a"].tolist()[:5] == [0, 5, 10, 15, 20] and np.isnan(frame["a"].iloc[5])
+    assert frame["b"].tolist()[:5] == [1, 1, 2, 2, 3]
+    assert np.isnan(frame["late"].iloc[0]) and frame["late"].tolist()[1:] == [5, 5, 5, 5, 7]
+    assert run.to_pandas(raster=[1.0, 2.0])["a"].tolist() == [10, 20]
+    for bad in [0, -1, float("nan")]:
+        with pytest.raises(ValueError):
+            run.to_pandas(raster=bad)
+
+    series = run["a"].to_pandas()
+    assert series.name == "a" and series.index.tolist() == [0, 1, 2]
+    assert isinstance(series, pandas.Series)
