@@ -1,5 +1,6 @@
 #include "hostmethod.h"
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <vector>
@@ -58,12 +59,12 @@ void placeKeywords(const COSMethodInfo& method, PyObject* const* values, PyObjec
 }
 
 /// None stands for an optional input that is left out, save where None is a value of its own.
-void dropTrailingNones(const std::vector<Parameter>& inputs, Given& given) {
-  const auto isLeftOut = [&](std::size_t i) {
-    return i < inputs.size() && inputs[i].isOptional && inputs[i].kind != ValueKind::any &&
-           (!given[i] || given[i] == Py_None);
-  };
-  while (!given.empty() && isLeftOut(given.size() - 1)) given.pop_back();
+void leaveOutNones(const std::vector<Parameter>& inputs, Given& given) {
+  for (std::size_t i = 0; i < std::min(given.size(), inputs.size()); ++i) {
+    const bool meansNothing = inputs[i].isOptional && inputs[i].kind != ValueKind::any;
+    if (meansNothing && given[i] == Py_None) given[i] = nullptr;
+  }
+  while (!given.empty() && !given.back()) given.pop_back();
 }
 
 Given arranged(const COSMethodInfo& method, PyObject* const* arguments, std::size_t count,
@@ -77,9 +78,8 @@ Given arranged(const COSMethodInfo& method, PyObject* const* arguments, std::siz
   }
   Given given(arguments, arguments + count);
   if (keywordNames) placeKeywords(method, arguments + count, keywordNames, given);
-  dropTrailingNones(inputs, given);
-  const std::size_t needed = std::max(given.size(), signature.requiredInputCount());
-  for (std::size_t i = 0; i < needed; ++i) {
+  leaveOutNones(inputs, given);
+  for (std::size_t i = 0; i < signature.requiredInputCount(); ++i) {
     if (i < given.size() && given[i]) continue;
     refuseCall(method, "needs the input \"" + inputs[i].name + "\"");
   }
@@ -146,7 +146,8 @@ std::vector<InputValue> inputsOf(const COSMethodInfo& method, const Given& given
   std::vector<InputValue> inputs;
   inputs.reserve(given.size());
   for (std::size_t i = 0; i < given.size(); ++i) {
-    inputs.push_back(inputOf(given[i], method, i < declared.size() ? declared[i] : further));
+    const Parameter& parameter = i < declared.size() ? declared[i] : further;
+    inputs.push_back(given[i] ? inputOf(given[i], method, parameter) : InputValue());
   }
   return inputs;
 }

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <new>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "documentation.h"
@@ -116,8 +117,9 @@ PyObject* represent(PyObject* self) {
 }
 
 void close(const std::shared_ptr<COSObject>& object, std::mutex& closing) {
-  const std::lock_guard lock(closing);
-  object->instanceData().close();
+  // Whoever is closing it already may wait for a call this thread is in.
+  const std::unique_lock lock(closing, std::try_to_lock);
+  if (lock) object->instanceData().close();
 }
 
 PyObject* close(PyObject* self, PyObject*) {
@@ -215,14 +217,14 @@ py::object pythonObjectOf(const std::shared_ptr<COSObject>& object) {
 }
 
 void closeAllObjects() {
-  std::vector<std::pair<std::shared_ptr<COSObject>, PyObject*>> all;
+  std::vector<std::pair<std::shared_ptr<PyObject>, std::shared_ptr<COSObject>>> all;
   {
     const LockHolder lock;
     for (const auto& [object, self] : objects().alive) {
-      all.emplace_back(asObject(self)->held, self);
+      all.emplace_back(sharedReference(self), asObject(self)->held);
     }
   }
-  for (const auto& [object, self] : all) object->instanceData().close();
+  for (const auto& [self, object] : all) close(object, asObject(self.get())->closing);
 }
 
 }  // namespace vela::python

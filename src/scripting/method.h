@@ -35,7 +35,9 @@ Argument readInput(Call& call, std::span<const host::InputValue> inputs, std::si
   if constexpr (std::is_same_v<Argument, Further>) {
     return {inputs.subspan(std::min(index, inputs.size()))};
   } else if constexpr (isOptional<Argument>) {
-    if (index >= inputs.size()) return std::nullopt;
+    if (index >= inputs.size() || std::holds_alternative<std::monostate>(inputs[index])) {
+      return std::nullopt;
+    }
     return Argument::value_type::read(call, inputs[index]);
   } else {
     return Argument::read(call, inputs[index]);

@@ -31,7 +31,8 @@ class COSMethodInfo {
   ///
   /// \param resultCount  receives the number of outputs that were filled
   /// \param outputs      one for each declared output
-  /// \param inputs       those that were given, converted to their declared kinds
+  /// \param inputs       those that were given, converted to their declared kinds; an optional
+  ///                     one that was left out before others is std::monostate
   /// \throws ExceptionWithCauses, or what a function of the host that was called back threw;
   ///         no output is to be used then
   virtual void invoke(int& resultCount, std::span<OutputValue> outputs,
