@@ -142,3 +142,12 @@ def test_frames_need_one_time_base_or_a_raster(file):
     series = run["a"].to_pandas()
     assert series.name == "a" and series.index.tolist() == [0, 1, 2]
     assert isinstance(series, pandas.Series)
+
+
+@needs_signals
+def test_optional_inputs_may_be_skipped_by_name(file):
+    signal = file.runs.create("skips").add("s", [0, 1, 2], [5.0, 6.0, 7.0])
+    read = file.repository.getSignalDataValues
+    assert read(signal.id, endTime=1.0).tolist() == [5, 6]
+    assert read(signal.id, None, 1.0).tolist() == [6, 7]
+    assert read(signal.id, withTimes=True)["Time"].tolist() == [0, 1, 2]
