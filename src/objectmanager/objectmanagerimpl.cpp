@@ -1,12 +1,8 @@
 #include "objectmanager/objectmanagerimpl.h"
 
-#include <unistd.h>
-
 #include <chrono>
-#include <filesystem>
 #include <utility>
 
-#include "host/names.h"
 #include "kodiag/message.h"
 #include "objectmanager/childlinks.h"
 #include "objectmanager/dbtrace.h"
@@ -46,9 +42,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 }  // namespace
 
 ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner)
-    : owner_(owner),
-      privateFile_(PrivateFile{host::reserveTemporaryName("vela", ".dmr").string(), getpid()}) {
-  location_ = text::toWide(privateFile_->location);
+    : owner_(owner), privateFile_(std::in_place) {
+  location_ = text::toWide(privateFile_->location());
 }
 
 ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner, std::wstring location)
@@ -57,7 +52,6 @@ ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner, std::wstring location
 ObjectManagerImpl::~ObjectManagerImpl() {
   RepositoryGuard lock(repositoryLock());
   closeStore();
-  removePrivateFile();
 }
 
 void ObjectManagerImpl::initialize(const std::string& schemaFile,
@@ -117,7 +111,7 @@ void ObjectManagerImpl::disconnect() {
   RepositoryGuard lock(repositoryLock());
   refuseInsideUnit("disconnect");
   closeStore();
-  removePrivateFile();
+  if (privateFile_) privateFile_->remove();
 }
 
 void ObjectManagerImpl::closeStore() {
@@ -131,17 +125,6 @@ void ObjectManagerImpl::closeStore() {
   repository_.close();
 }
 
-void ObjectManagerImpl::removePrivateFile() noexcept {
-  // A forked child leaves the file to the process it was forked from.
-  if (!privateFile_ || privateFile_->owner != getpid()) return;
-  try {
-    sqldb::removeFile(privateFile_->location);
-    std::filesystem::remove(privateFile_->location + "-lock");
-  } catch (const std::exception&) {
-    // What cannot be removed stays behind in the temporary directory.
-  }
-}
-
 void ObjectManagerImpl::refuseInsideUnit(const char* operation) const {
   if (runningUnits_ > 0) {
     kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", operation}});
@@ -151,7 +134,7 @@ void ObjectManagerImpl::refuseInsideUnit(const char* operation) const {
 void ObjectManagerImpl::setLocationToPersistentDMR() {
   RepositoryGuard lock(repositoryLock());
   location_ = persistentdmr::path();
-  if (!repository_.isOpen()) removePrivateFile();
+  if (privateFile_ && !repository_.isOpen()) privateFile_->remove();
 }
 
 void ObjectManagerImpl::setInstanceID(long long id) {

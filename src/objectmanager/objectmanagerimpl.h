@@ -1,8 +1,6 @@
 // What stands behind ObjectManager: the open store, its package, and the manager's own state.
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
 #include <memory>
 #include <optional>
@@ -16,6 +14,7 @@
 #include "objectmanager/findobjectstracer.h"
 #include "objectmanager/objectmanager.h"
 #include "objectmanager/preparedobjectconstructors.h"
+#include "objectmanager/privatefile.h"
 
 namespace vela {
 
@@ -77,19 +76,12 @@ class ObjectManagerImpl {
   std::unique_ptr<PreparedSet>& preparedSlot(std::type_index type) { return prepared_[type]; }
 
  private:
-  /// A file that goes with its manager, and the process whose manager that is.
-  struct PrivateFile {
-    std::string location;
-    pid_t owner;
-  };
-
   void openStore(const std::string& schemaFile);
   void passSettings();
   void preparePackage(const std::string& packageName);
   void recordInstance();
   /// Drops whatever refers to the open store, then closes it.
   void closeStore();
-  void removePrivateFile() noexcept;
   void refuseInsideUnit(const char* operation) const;
   /// Runs `fn` as one unit and raises what it left.
   void runUnit(DictionaryFunction fn);
