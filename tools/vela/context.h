@@ -37,6 +37,7 @@ void addSessionsCommands(CLI::App& app, Context& context);
 void addUndoCommand(CLI::App& app, Context& context);
 void addSpaceCommands(CLI::App& app, Context& context);
 void addCheckCommand(CLI::App& app, Context& context);
+void addSalvageCommand(CLI::App& app, Context& context);
 void addCompletionCommand(CLI::App& app, Context& context);
 
 }  // namespace vela::tool

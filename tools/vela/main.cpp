@@ -41,6 +41,7 @@ ExitCode run(int argc, char** argv) {
   addUndoCommand(app, context);
   addSpaceCommands(app, context);
   addCheckCommand(app, context);
+  addSalvageCommand(app, context);
   addCompletionCommand(app, context);
 
   try {

@@ -9,6 +9,8 @@
 namespace vela::tool {
 namespace {
 
+constexpr const char* kFileSetAside = "FileSetAside";
+
 std::wstring locationOf(const Context& context) {
   return context.repository.empty() ? ObjectManager::persistentDMRPath()
                                     : text::toWide(context.repository);
@@ -18,6 +20,15 @@ void refuseWhatIsNoRepository(const std::wstring& location) {
   kodiag::util::diagnostics diag;
   ObjectManager::checkFile(location, diag);
   diag.raiseIfAny();
+}
+
+// Damage is worth a line even to those who want no words.
+void tellWhatOpeningFound(const ObjectManager& manager) {
+  for (const kodiag::Message& message : manager.getOpeningNotices().messages()) {
+    warn(message.textWithCauses());
+    if (message.id.key != kFileSetAside) continue;
+    say("\"vela salvage --help\" tells how to bring back what can be read of it.");
+  }
 }
 
 void requireFile(const std::wstring& location) {
@@ -36,6 +47,7 @@ std::unique_ptr<ObjectManager> opened(const std::wstring& location) {
   kodiag::util::diagnostics diag;
   manager->repository().metamodel(diag);
   diag.raiseIfAny();
+  tellWhatOpeningFound(*manager);
   return manager;
 }
 
@@ -62,8 +74,18 @@ Repository Repository::openAsSession(const Context& context) {
   return openForWriting(context);
 }
 
+Repository Repository::openForAdoption(const Context& context) {
+  Repository repository = openForWriting(context);
+  if (repository.manager().getInstanceID() == 0) {
+    repository.manager().setInstanceID(VelaInstance::getInstance().getInstanceID());
+  }
+  return repository;
+}
+
 Repository::Repository(VelaInstance& session)
-    : session_(&session), manager_(&session.getObjectManager({}, {})) {}
+    : session_(&session), manager_(&session.getObjectManager({}, {})) {
+  tellWhatOpeningFound(*manager_);
+}
 
 void Repository::EndSession::operator()(VelaInstance* session) const {
   try {

@@ -27,6 +27,10 @@ class Repository {
   /// process.
   static Repository openAsSession(const Context& context);
 
+  /// For bringing in runs of sessions that are over: creates what is absent; what is stored
+  /// belongs to this process until its instance is closed.
+  static Repository openForAdoption(const Context& context);
+
   ObjectManager& manager() { return *manager_; }
   /// The path, for words.
   std::string location() const;
