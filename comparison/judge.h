@@ -1,0 +1,57 @@
+// Decides about one pair of values: difference, tolerance, passed or not.
+#pragma once
+
+#include <cmath>
+#include <optional>
+
+#include "comparison/number.h"
+#include "comparison/tally.h"
+#include "comparison/window.h"
+
+namespace comparison {
+
+/// The rules are those in compare.h.
+template <class Value>
+class Judge {
+ public:
+  /// \param baseline  the track the rows come from; with a time tolerance it is read ahead
+  Judge(const Tolerance& tolerance, double timeTol, Track<Value>& baseline,
+        Interpolation interpolation, Tally& tally)
+      : tolerance_(tolerance), tally_(tally) {
+    if (timeTol > 0) window_.emplace(baseline, interpolation, tolerance, timeTol);
+  }
+
+  /// Goes to the time of the next rows; times never decrease.
+  void moveTo(double time) {
+    time_ = time;
+    if (window_) window_->moveTo(time);
+  }
+
+  void judge(const Value& baseline, const Value& compareTo) {
+    const double d = difference(compareTo, baseline);
+    const double tolerance = tolerance_.of(toDouble(baseline));
+    bool passed = isWithin(baseline, compareTo, d, tolerance);
+    double allowed = tolerance;
+    if (window_) {
+      passed = passed || window_->admits(compareTo);
+      allowed = tolerance_.equalityOnly ? (passed ? std::fabs(d) : 0)
+                                        : window_->reach(baseline, d, tolerance);
+    }
+    tally_.add(time_, d, allowed, passed);
+  }
+
+ private:
+  static bool isWithin(const Value& baseline, const Value& compareTo, double d,
+                       double tolerance) {
+    if (d == 0) return true;
+    return tolerance > 0 && std::isfinite(toDouble(compareTo)) &&
+           std::fabs(d) <= withRounding(tolerance, baseline, compareTo);
+  }
+
+  Tolerance tolerance_;
+  Tally& tally_;
+  std::optional<Window<Value>> window_;
+  double time_ = 0;
+};
+
+}  // namespace comparison

@@ -1,0 +1,168 @@
+// The band of baseline values around a time that moves forward.
+#pragma once
+
+#include <deque>
+#include <limits>
+#include <map>
+#include <optional>
+
+#include "comparison/tolerance.h"
+#include "comparison/track.h"
+
+namespace comparison {
+
+/// The values a track takes in [t - d', t + d'], for t that never decreases: their highest and
+/// lowest reach, kept in monotone deques, so that a sweep costs O(n).
+template <class Value>
+class Window {
+ public:
+  /// \param halfWidth  seconds, above 0
+  Window(Track<Value>& track, Interpolation interpolation, const Tolerance& tolerance,
+         double halfWidth)
+      : track_(track),
+        interpolation_(interpolation),
+        tolerance_(tolerance),
+        halfWidth_(halfWidth) {
+    track_.keepBehind(halfWidth);
+  }
+
+  void moveTo(double time) {
+    const double width = halfWidth_ + 4 * ulp(std::fabs(time) + halfWidth_);
+    begin_ = time - width;
+    end_ = time + width;
+    next_ = std::max(next_, track_.begin());
+    trailing_ = std::max(trailing_, track_.begin());
+    admitEvents();
+    dropEvents();
+    high_ = highest_.empty() ? std::nullopt : std::optional(highest_.front());
+    low_ = lowest_.empty() ? std::nullopt : std::optional(lowest_.front());
+    hasNan_ = newestNan_ >= begin_;
+    admitEnds();
+  }
+
+  /// Whether the value lies within the band.
+  bool admits(const Value& value) const {
+    const double number = toDouble(value);
+    if (std::isnan(number)) return hasNan_;
+    if (!high_) return false;
+    if (tolerance_.equalityOnly) return isTaken(value);
+    const double above = difference(value, high_->value);
+    const double below = difference(low_->value, value);
+    if (std::isinf(number)) return above == 0 || below == 0;
+    return above <= allowance(*high_, value) && below <= allowance(*low_, value);
+  }
+
+  /// How far from the row's baseline value the band reaches on the side of `d`; at least
+  /// `tolerance`.
+  double reach(const Value& baseline, double d, double tolerance) const {
+    if (!high_ || std::isnan(toDouble(baseline))) return tolerance;
+    const double band = d < 0 ? difference(baseline, low_->value) + low_->tolerance
+                              : difference(high_->value, baseline) + high_->tolerance;
+    return std::max(tolerance, band);
+  }
+
+ private:
+  struct Candidate {
+    Value value;
+    double tolerance;
+    double time;
+  };
+  struct Less {
+    bool operator()(const Value& a, const Value& b) const { return difference(a, b) < 0; }
+  };
+
+  static bool reachesHigher(const Candidate& a, const Candidate& b) {
+    return difference(a.value, b.value) > b.tolerance - a.tolerance;
+  }
+  static bool reachesLower(const Candidate& a, const Candidate& b) {
+    return difference(a.value, b.value) < a.tolerance - b.tolerance;
+  }
+  static double allowance(const Candidate& candidate, const Value& value) {
+    if (candidate.tolerance == 0) return 0;
+    return withRounding(candidate.tolerance, candidate.value, value);
+  }
+
+  Candidate candidate(const Value& value, double time) const {
+    return {value, tolerance_.of(toDouble(value)), time};
+  }
+
+  void admitEvents() {
+    for (; track_.reaches(next_) && track_.at(next_).time <= end_; ++next_) {
+      const Event<Value>& event = track_.at(next_);
+      admit(event.left, event.time);
+      if (event.count > 1) admit(event.right, event.time);
+    }
+  }
+
+  void admit(const Value& value, double time) {
+    if (std::isnan(toDouble(value))) {
+      newestNan_ = time;
+      return;
+    }
+    if (tolerance_.equalityOnly) newestTime_[value] = time;
+    const Candidate entering = candidate(value, time);
+    while (!highest_.empty() && !reachesHigher(highest_.back(), entering)) highest_.pop_back();
+    highest_.push_back(entering);
+    while (!lowest_.empty() && !reachesLower(lowest_.back(), entering)) lowest_.pop_back();
+    lowest_.push_back(entering);
+  }
+
+  void dropEvents() {
+    while (!highest_.empty() && highest_.front().time < begin_) highest_.pop_front();
+    while (!lowest_.empty() && lowest_.front().time < begin_) lowest_.pop_front();
+  }
+
+  void admitEnds() {
+    while (track_.reaches(trailing_ + 1) && track_.at(trailing_ + 1).time <= begin_)
+      ++trailing_;
+    held_.reset();
+    if (track_.at(trailing_).time <= begin_) {
+      held_ = valueBehind(trailing_, begin_);
+      admitEnd(*held_);
+    }
+    if (next_ > 0 && track_.reaches(next_)) admitEnd(valueBehind(next_ - 1, end_));
+  }
+
+  Value valueBehind(std::uint64_t number, double time) {
+    const Event<Value>& event = track_.at(number);
+    if (interpolation_ == Interpolation::linear &&
+        (event.time == time || !track_.reaches(number + 1)))
+      return event.right;
+    return track_.behind(number, time);
+  }
+
+  void admitEnd(const Value& value) {
+    if (std::isnan(toDouble(value))) {
+      hasNan_ = true;
+      return;
+    }
+    const Candidate end = candidate(value, 0);
+    if (!high_ || reachesHigher(end, *high_)) high_ = end;
+    if (!low_ || reachesLower(end, *low_)) low_ = end;
+  }
+
+  bool isTaken(const Value& value) const {
+    if (held_ && difference(value, *held_) == 0) return true;
+    const auto newest = newestTime_.find(value);
+    return newest != newestTime_.end() && newest->second >= begin_;
+  }
+
+  Track<Value>& track_;
+  Interpolation interpolation_;
+  Tolerance tolerance_;
+  double halfWidth_;
+  double begin_ = 0;
+  double end_ = 0;
+  std::uint64_t next_ = 0;      ///< the first event behind the window
+  std::uint64_t trailing_ = 0;  ///< the last event not inside it, where there is one
+  std::deque<Candidate> highest_;
+  std::deque<Candidate> lowest_;
+  double newestNan_ = std::numeric_limits<double>::quiet_NaN();
+  std::map<Value, double, Less> newestTime_;  ///< of each value of an enumeration
+  std::optional<Candidate> high_;
+  std::optional<Candidate> low_;
+  std::optional<Value> held_;  ///< the value at the window's begin
+  bool hasNan_ = false;
+};
+
+}  // namespace comparison
