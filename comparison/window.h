@@ -56,8 +56,9 @@ class Window {
   /// `tolerance`.
   double reach(const Value& baseline, double d, double tolerance) const {
     if (!high_ || std::isnan(toDouble(baseline))) return tolerance;
-    const double band = d < 0 ? difference(baseline, low_->value) + low_->tolerance
-                              : difference(high_->value, baseline) + high_->tolerance;
+    const Candidate& end = d < 0 ? *low_ : *high_;
+    const Value limit = end.tolerance == 0 ? end.value : Value(end.reach);
+    const double band = d < 0 ? difference(baseline, limit) : difference(limit, baseline);
     return std::max(tolerance, band);
   }
 
@@ -65,25 +66,32 @@ class Window {
   struct Candidate {
     Value value;
     double tolerance;
+    double reach;  ///< value + tolerance of the high ones, value - tolerance of the low ones
     double time;
   };
   struct Less {
     bool operator()(const Value& a, const Value& b) const { return difference(a, b) < 0; }
   };
 
+  /// Equal reaches may hide integers that a double cannot tell apart.
   static bool reachesHigher(const Candidate& a, const Candidate& b) {
-    return difference(a.value, b.value) > b.tolerance - a.tolerance;
+    return a.reach > b.reach || (a.reach == b.reach && difference(a.value, b.value) > 0);
   }
   static bool reachesLower(const Candidate& a, const Candidate& b) {
-    return difference(a.value, b.value) < a.tolerance - b.tolerance;
+    return a.reach < b.reach || (a.reach == b.reach && difference(a.value, b.value) < 0);
   }
   static double allowance(const Candidate& candidate, const Value& value) {
     if (candidate.tolerance == 0) return 0;
     return withRounding(candidate.tolerance, candidate.value, value);
   }
 
-  Candidate candidate(const Value& value, double time) const {
-    return {value, tolerance_.of(toDouble(value)), time};
+  Candidate highCandidate(const Value& value, double time) const {
+    const double tolerance = tolerance_.of(toDouble(value));
+    return {value, tolerance, difference(value, Value(-tolerance)), time};
+  }
+  Candidate lowCandidate(const Value& value, double time) const {
+    const double tolerance = tolerance_.of(toDouble(value));
+    return {value, tolerance, difference(value, Value(tolerance)), time};
   }
 
   void admitEvents() {
@@ -100,11 +108,12 @@ class Window {
       return;
     }
     if (tolerance_.equalityOnly) newestTime_[value] = time;
-    const Candidate entering = candidate(value, time);
-    while (!highest_.empty() && !reachesHigher(highest_.back(), entering)) highest_.pop_back();
-    highest_.push_back(entering);
-    while (!lowest_.empty() && !reachesLower(lowest_.back(), entering)) lowest_.pop_back();
-    lowest_.push_back(entering);
+    const Candidate high = highCandidate(value, time);
+    while (!highest_.empty() && !reachesHigher(highest_.back(), high)) highest_.pop_back();
+    highest_.push_back(high);
+    const Candidate low = lowCandidate(value, time);
+    while (!lowest_.empty() && !reachesLower(lowest_.back(), low)) lowest_.pop_back();
+    lowest_.push_back(low);
   }
 
   void dropEvents() {
@@ -136,9 +145,10 @@ class Window {
       hasNan_ = true;
       return;
     }
-    const Candidate end = candidate(value, 0);
-    if (!high_ || reachesHigher(end, *high_)) high_ = end;
-    if (!low_ || reachesLower(end, *low_)) low_ = end;
+    const Candidate high = highCandidate(value, 0);
+    if (!high_ || reachesHigher(high, *high_)) high_ = high;
+    const Candidate low = lowCandidate(value, 0);
+    if (!low_ || reachesLower(low, *low_)) low_ = low;
   }
 
   bool isTaken(const Value& value) const {
