@@ -25,7 +25,7 @@ class Random {
   /// Decimals with repeats, now and then equal but for rounding, or close to one another.
   std::vector<double> times() {
     std::vector<double> times;
-    const int count = chance(5) ? below(3) : 1 + below(25);
+    const int count = chance(5) ? below(3) : 1 + below(12);
     double time = below(4) / 10.;
     for (int i = 0; i < count; ++i) {
       if (!chance(20)) time = chance(50) ? time + 0.1 : (below(3) + 1 + int(time * 10)) / 10.;
@@ -140,7 +140,7 @@ TEST(Agreement, WithExactArithmeticOnRandomPairs) {
               std::count(computed.passed.begin(), computed.passed.end(), false));
   }
   // The pairs are worth something only if there is some of everything.
-  EXPECT_GT(rows, 10'000);
+  EXPECT_GT(rows, 5'000);
   EXPECT_GT(failed, rows / 10);
   EXPECT_LT(failed, rows * 9 / 10);
   EXPECT_GT(interpolated, rows / 50);
