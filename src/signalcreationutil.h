@@ -9,7 +9,8 @@
 
 namespace vela {
 
-/// What the children of an expanded signal are. // Values are handed to scripts; never renumber.
+/// What the children of an expanded signal are. // Values are handed to scripts; never
+/// renumber.
 enum class ContainerType : int {
   Complex = 0,   ///< the real and the imaginary part
   Channels = 1,  ///< one for each element, first dimension fastest
@@ -34,8 +35,8 @@ class SignalCreationUtil {
   ///         "nexstore:nex:InvalidData" for an unknown parent or data type
   static boost::shared_ptr<Signal> createSignal(
       ObjectManager& manager, const long long* parentID, dimsMode mode,
-      const std::vector<unsigned>& dims, complexity complexity,
-      sampleTimeContinuity continuity, long long dataTypeID, std::vector<Expansion>& created);
+      const std::vector<unsigned>& dims, complexity complexity, sampleTimeContinuity continuity,
+      long long dataTypeID, std::vector<Expansion>& created);
 
   /// The root of a composite signal, without a type. \returns its ID
   static long long createHierarchicalSignal(ObjectManager& manager, const long long* parentID,

@@ -16,6 +16,8 @@
 
 namespace vela {
 
+class Signal;
+
 /// One run. Its stored state is an object of class "DataSet" and one of class "OutputMetaData";
 /// getters read and setters write it on every call.
 ///
@@ -180,6 +182,19 @@ class Set : public ORM {
   void addElement(const Element& element);
   /// Takes an element of this run, with all its descendants, out of it; does nothing to others.
   void removeElement(const Element& element);
+  /// Adds a comparison signal named like `baseline`, with copies of the two inputs, with data,
+  /// and the difference and tolerance signals made from `difference` and `tolerance`; a null
+  /// one stands for 0 over the range of `compareTo`. The four given signals stay as they are.
+  /// One unit of work.
+  ///
+  /// \param alignedBy  how the two were paired
+  /// \returns the ID of the comparison signal; those of its baseline, compare-to, difference
+  /// and
+  ///          tolerance signals
+  std::pair<int, std::vector<int>> addComparisonSignal(bool isWithinTol,
+                                                       const std::wstring& alignedBy,
+                                                       Signal& baseline, Signal& compareTo,
+                                                       Signal* difference, Signal* tolerance);
   /// Takes every signal off all plots.
   void uncheckAllSignals();
   /// Marks every signal as no longer streaming.

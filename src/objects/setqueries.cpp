@@ -125,8 +125,10 @@ void Set::requireOwn(const Element& element) const {
 void Set::addElement(const Element& element) {
   requireOwn(element);
   const int runID = getID();
-  manager().inTransaction(
-      [&] { moveSubtree(manager(), element.getObjectReference().getObjectID(), runID); });
+  manager().inTransaction([&] {
+    moveSubtree(manager(), element.getObjectReference().getObjectID(), runID);
+    if (areSignalHashesCached()) setSignalHashesCached(false);
+  });
 }
 
 void Set::removeElement(const Element& element) {

@@ -151,6 +151,51 @@ class Signal : public Element, public SignalEnums {
   /// unit of work. A leaf whose composite root is not among them gets samples of its own.
   std::unique_ptr<Signal> clone(const Set& run) const;
 
+  // --- Copies and comparisons ---
+
+  /// What a deep copy brings along. // Handed to clients; never renumber.
+  enum class CopyMode : int { Properties = 0, WithData = 1 };
+  /// A signal of no run and no parent, described like this one, with a signal source of its own
+  /// and this one as its "SourceSignal". It keeps the colour and takes none of the default
+  /// ones; it is on no plot. A composite leaf's copy keeps its samples itself.
+  boost::shared_ptr<Signal> createDeepCopy(CopyMode mode);
+  /// Moves the samples of `source` into `target`, in time order, the target's first at equal
+  /// times, and removes `source`; one unit of work. Epoch indices are kept when both have them.
+  /// \throws "nexstore:nex:InvalidData" unless both have one data type and samples of their own
+  static void mergeSignals(const boost::shared_ptr<Signal>& target,
+                           const boost::shared_ptr<Signal>& source);
+  bool isEnum() const;
+
+  /// A signal described like `compareTo` that shows a difference: a copy of the samples of
+  /// `diffData`, or, when that is null, 0 over the range of `compareTo`. `name` goes into its
+  /// name. Belongs to no run yet. The tolerance signal likewise.
+  static boost::shared_ptr<Signal> createDifferenceSignal(Signal* diffData, Signal* baseline,
+                                                          Signal* compareTo,
+                                                          const std::wstring& name,
+                                                          ObjectManager& manager);
+  static boost::shared_ptr<Signal> createToleranceSignal(Signal* tolData, Signal* baseline,
+                                                         Signal* compareTo,
+                                                         const std::wstring& name,
+                                                         ObjectManager& manager);
+  /// Stores the verdict in this comparison signal and replaces its difference and tolerance
+  /// signals, which keep the plots of all they replace; one unit of work. The data may be the
+  /// signals that are replaced.
+  /// \throws "nexstore:nex:InvalidData" when this is no comparison or lacks one of its inputs
+  void updateComparisonSignal(bool isWithinTol, Signal* diffData, Signal* tolData);
+  /// The newest visible signal that was copied from this one; empty when there is none.
+  std::unique_ptr<Signal> findCopiedSignal() const;
+  /// The signal of the run with this one's identifier, name, block path, port, channel,
+  /// imaginary part and bus leaf, the first of several; empty when there is none. Keeps hashes
+  /// of the run's signals for the next search.
+  boost::shared_ptr<Signal> findMatchingSignal(Set& run) const;
+  /// The comparison signal this instance shows; false without one.
+  static bool getPlottedComparisonSignal(boost::shared_ptr<Signal>& signal,
+                                         ObjectManager& manager);
+  /// Makes it the comparison signal this instance shows, or, with `plotted` false, no longer
+  /// shows. Nothing is taken off its plots.
+  /// \throws "nexstore:nex:InvalidData" when the ID names no comparison signal to be shown
+  static void setPlottedComparisonSignal(int id, bool plotted, ObjectManager& manager);
+
   // --- Properties ---
 
   void beginBulkPropertyUpdate();
@@ -365,6 +410,8 @@ class Signal : public Element, public SignalEnums {
   }
   std::vector<unsigned> getSubscripts(const std::string& property) const;
   void setSubscripts(const std::string& property, const std::vector<unsigned>& values);
+  /// To be called when what findMatchingSignal looks for changes.
+  void dropHashesOfRun();
   std::unique_ptr<ObjectRef> findSignalSource() const;
   std::unique_ptr<ObjectRef> signalSourceForWriting();
 

@@ -95,6 +95,7 @@ std::wstring Signal::getName() const {
 }
 
 void Signal::setName(const std::wstring& value) {
+  dropHashesOfRun();
   set(strings::Name, value);
 }
 
@@ -107,6 +108,7 @@ int Signal::getPortIndex() const {
 }
 
 void Signal::setPortIndex(const int& value) {
+  dropHashesOfRun();
   set(strings::PortIndex, value);
 }
 
@@ -139,6 +141,7 @@ void Signal::setBlockPath(const std::vector<std::wstring>& path) {
   const std::vector<char> bytes = encodeTexts(path);
   const long long hash = CheckSum().add({bytes.data(), bytes.size()}).value();
   manager().inTransaction([&] {
+    dropHashesOfRun();
     const auto source = signalSourceForWriting();
     source->setPropertyConstBlob(strings::BlockPath, {bytes.data(), bytes.size()});
     source->setPropertyInt64(strings::BlockPathHash, hash);
@@ -170,8 +173,10 @@ std::wstring Signal::getSID() const {
 
 void Signal::setSID(const std::wstring& sid) {
   if (sid.empty() && !findSignalSource()) return;
-  manager().inTransaction(
-      [&] { signalSourceForWriting()->setPropertyUString(strings::SID, sid); });
+  manager().inTransaction([&] {
+    dropHashesOfRun();
+    signalSourceForWriting()->setPropertyUString(strings::SID, sid);
+  });
 }
 
 int Signal::getSignalSourceID() const {

@@ -40,8 +40,8 @@ struct RunComparisonOptions {
   std::optional<double> relTol;   ///< the same
   std::optional<double> timeTol;  ///< seconds; else 0
   std::optional<comparison::Alignment> alignment;  ///< else the baseline signal's own
-  std::optional<double> step;        ///< of the uniform alignment
-  std::optional<std::size_t> count;  ///< of the uniform alignment
+  std::optional<double> step;                      ///< of the uniform alignment
+  std::optional<std::size_t> count;                ///< of the uniform alignment
   std::optional<bool> strictSpan;
   double timeMatch = 1e-6;
   /// For signals whose own absolute and relative tolerance are both 0.

@@ -19,7 +19,7 @@ TEST(Catalog, EveryMessageTheSourcesRaiseHasAText) {
   const std::vector<std::string> known = kodiag::catalogIDs();
   const std::regex raised("\\{\\s*\"([A-Za-z]+:[a-z]+)\",\\s*\"(\\w+)\"\\s*\\}");
   int found = 0;
-  for (const char* const room : {"platform", "src", "formats", "tools"}) {
+  for (const char* const room : {"platform", "comparison", "src", "formats", "tools"}) {
     const auto folder = std::filesystem::path(SOURCE_FOLDER) / room;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
       const auto extension = entry.path().extension();

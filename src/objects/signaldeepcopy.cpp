@@ -1,0 +1,243 @@
+// Copies of signals, and one signal's samples merged into another's.
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <deque>
+
+#include "kodiag/message.h"
+#include "objects/find.h"
+#include "objects/raising.h"
+#include "objects/samplewriter.h"
+#include "objects/signal.h"
+#include "objects/strings.h"
+#include "text/utf8.h"
+
+namespace vela {
+namespace {
+
+using SignalPtr = boost::shared_ptr<Signal>;
+
+/// Copies rows of one class: reads the bound properties of one object, and creates another with
+/// them.
+class RowCopier {
+ public:
+  RowCopier(ObjectManager& manager, const std::string& className)
+      : manager_(manager),
+        cls_(manager.getClass(className)),
+        reader_(manager.repository()),
+        writer_(cls_, manager.repository()) {
+    reader_.addIDConstraint(cls_, &id_);
+  }
+
+  template <class T>
+  void copy(std::deque<T>& values, std::initializer_list<const std::string*> names) {
+    for (const std::string* name : names) {
+      T& value = values.emplace_back();
+      reader_.addResultProperty(property(*name), &value);
+      writer_.setPropertyValueSource(property(*name), &value);
+    }
+  }
+  void copyNumbers(std::initializer_list<const std::string*> names) { copy(numbers_, names); }
+  void copyLongNumbers(std::initializer_list<const std::string*> names) {
+    copy(longNumbers_, names);
+  }
+  void copyReals(std::initializer_list<const std::string*> names) { copy(reals_, names); }
+  void copyNarrowTexts(std::initializer_list<const std::string*> names) {
+    copy(narrowTexts_, names);
+  }
+  void copyTexts(std::initializer_list<const std::string*> names) { copy(texts_, names); }
+  void copyReference(const std::string& name) {
+    int& value = numbers_.emplace_back();
+    reader_.addResultProperty(property(name), &value);
+    writer_.setPropertyIDSource(property(name), &value);
+  }
+  void copyBlobs(std::initializer_list<const std::string*> names) {
+    for (const std::string* name : names) {
+      std::vector<char>& bytes = blobs_.emplace_back();
+      reader_.addResultProperty(property(*name), &bytes);
+      writer_.setPropertyValueSource(property(*name), &blobViews_.emplace_back());
+    }
+  }
+  /// A reference the copy does not take from the original; the ID is read at each copy.
+  void giveReference(const std::string& name, const int* id) {
+    writer_.setPropertyIDSource(property(name), id);
+  }
+  void giveLongNumber(const std::string& name, const long long* value) {
+    writer_.setPropertyValueSource(property(name), value);
+  }
+
+  /// Empty when there is no such object.
+  std::optional<kodd::ObjectRef> copyOf(int id) {
+    id_ = id;
+    if (!raising([&](auto& diag) { return reader_.executeForOne(diag); })) return std::nullopt;
+    for (std::size_t i = 0; i < blobs_.size(); ++i)
+      blobViews_[i] = kodd::const_BlobDescriptor(blobs_[i].data(), blobs_[i].size());
+    return raising([&](auto& diag) { return writer_.createObject(diag); });
+  }
+
+  const kodd::ClassRef& cls() const { return cls_; }
+
+ private:
+  kodd::PropertyRef property(const std::string& name) { return cls_.findProperty(name); }
+
+  ObjectManager& manager_;
+  kodd::ClassRef cls_;
+  int id_ = 0;
+  kodd::ObjectQuery reader_;
+  kodd::ObjectConstructor writer_;
+  // Deques keep the addresses of what they hold.
+  std::deque<int> numbers_;
+  std::deque<long long> longNumbers_;
+  std::deque<double> reals_;
+  std::deque<std::string> narrowTexts_;
+  std::deque<std::wstring> texts_;
+  std::deque<std::vector<char>> blobs_;
+  std::deque<kodd::const_BlobDescriptor> blobViews_;
+};
+
+/// The statements of deep copies. Bookkeeping of samples, tree, run, plots, hashes and the
+/// layout of composite leaves stay behind.
+struct SignalCopies : PreparedSet {
+  explicit SignalCopies(ObjectManager& owner)
+      : manager(owner), signals(owner, strings::Signal), sources(owner, strings::SignalSource) {
+    using namespace strings;
+    signals.copyNumbers({&SourceType, &PortIndex, &SupportsThinning, &IsImagPartOfComplex,
+                         &IsWithinTol, &LineStyle, &Marker, &Complexity, &DimensionMode,
+                         &SampleTimeContinuity, &strings::SignalID});
+    signals.copyLongNumbers({&UnitsChecksum, &InstrumentedSignalUUID});
+    signals.copyReals({&FixedIncr, &Abs, &Rel});
+    signals.copyNarrowTexts({&InterpSetting, &TimeAlignmentMethod, &SamplingMode});
+    signals.copyTexts({&Name, &DataSource, &TimeSource, &RootSource, &RootDataSource, &Model,
+                       &HierarchyReference, &LeafBusSignal, &AlignedBy});
+    signals.copyBlobs({&Dimensions, &Channel, &Color});
+    signals.copyReference(DataTypeID);
+    signals.giveReference(SourceSignal, &original);
+    signals.giveReference(SignalSourceID, &source);
+    signals.giveLongNumber(InstanceID, &instanceID);
+    sources.copyNumbers({&OrderingIndex});
+    sources.copyLongNumbers({&BlockPathHash});
+    sources.copyTexts({&SID});
+    sources.copyBlobs({&BlockPath});
+  }
+
+  SignalPtr copyOf(const Signal& signal) {
+    // Through the handle, which knows when the signal is gone.
+    const int sourceID = signal.getSignalSourceID();
+    original = signal.getID();
+    instanceID = manager.getInstanceID();
+    const auto ownSource = sources.copyOf(sourceID);
+    source = ownSource ? ownSource->id() : 0;
+    std::optional<kodd::ObjectRef> copy = signals.copyOf(original);
+    return SignalPtr(new Signal(std::make_unique<ObjectRef>(
+        std::move(copy.value()), signals.cls(), strings::Signal, manager)));
+  }
+
+  ObjectManager& manager;
+  int original = 0;
+  int source = 0;
+  long long instanceID = 0;
+  RowCopier signals;
+  RowCopier sources;
+};
+
+[[noreturn]] void refuseMerge(const Signal& target, const Signal& source,
+                              const std::string& reason) {
+  kodiag::raise({"nexstore:nex", "InvalidData"},
+                {{"Operation", "Merging signal " + std::to_string(source.getID()) +
+                                   " into signal " + std::to_string(target.getID())},
+                 {"Reason", reason}});
+}
+
+struct Samples {
+  std::vector<double> times;
+  std::vector<char> values;
+  std::vector<unsigned> epochs;
+
+  Samples() = default;
+  Samples(const Signal& signal, double from) {
+    signal.readRange(from, DBL_MAX, times, values, &epochs);
+  }
+  std::size_t recordBytes() const { return times.empty() ? 0 : values.size() / times.size(); }
+
+  void append(const Samples& from, std::size_t index, std::size_t bytes) {
+    times.push_back(from.times[index]);
+    const char* first = from.values.data() + index * bytes;
+    values.insert(values.end(), first, first + bytes);
+    if (!from.epochs.empty()) epochs.push_back(from.epochs[index]);
+  }
+};
+
+/// Both in time order, at equal times those of `first` first.
+Samples merged(const Samples& first, const Samples& second, std::size_t bytes) {
+  Samples result;
+  std::size_t i = 0, j = 0;
+  while (i < first.times.size() || j < second.times.size()) {
+    const bool takeFirst = j == second.times.size() ||
+                           (i < first.times.size() && first.times[i] <= second.times[j]);
+    if (takeFirst)
+      result.append(first, i++, bytes);
+    else
+      result.append(second, j++, bytes);
+  }
+  if (result.epochs.size() != result.times.size()) result.epochs.clear();
+  return result;
+}
+
+void checkMerge(const Signal& target, const Signal& source) {
+  if (target.getID() == source.getID()) refuseMerge(target, source, "they are one signal");
+  for (const Signal* signal : {&target, &source})
+    if (signal->getHierarchicalSignalRootID() != 0)
+      refuseMerge(target, source,
+                  "signal " + std::to_string(signal->getID()) + " has no samples of its own");
+  const auto type = [](const Signal& signal) {
+    return signal.getObjectReference().getPropertyInt32(strings::DataTypeID);
+  };
+  if (type(target) != type(source)) refuseMerge(target, source, "their data types differ");
+}
+
+}  // namespace
+
+SignalPtr Signal::createDeepCopy(CopyMode mode) {
+  SignalPtr copy;
+  manager().inTransaction([&] {
+    copy = manager().prepared<SignalCopies>().copyOf(*this);
+    if (mode == CopyMode::WithData) copyChunksTo(copy);
+  });
+  return copy;
+}
+
+void Signal::mergeSignals(const SignalPtr& target, const SignalPtr& source) {
+  ObjectManager& manager = target->manager();
+  manager.inTransaction([&] {
+    checkMerge(*target, *source);
+    const SampleSpan span = source->getExtent();
+    if (span.samples > 0) {
+      const Samples kept(*target, span.firstTime);
+      const Samples added(*source, -DBL_MAX);
+      const std::size_t bytes = added.recordBytes();
+      if (!kept.times.empty() && kept.recordBytes() != bytes)
+        refuseMerge(*target, *source, "their samples have different sizes");
+      const Samples samples = merged(kept, added, bytes);
+      SampleWriter writer(manager, target->getObjectReference().getObjRef());
+      writer.dropFrom(span.firstTime);
+      SampleBlock block;
+      block.times = reinterpret_cast<const char*>(samples.times.data());
+      block.values = samples.values.data();
+      if (!samples.epochs.empty())
+        block.epochs = reinterpret_cast<const char*>(samples.epochs.data());
+      block.points = samples.times.size();
+      block.valueBytes = samples.values.size();
+      writer.append(block);
+      writer.finish();
+      target->calculateHasDuplicateTimes(samples.times.data(),
+                                         static_cast<unsigned>(samples.times.size()));
+    }
+    source->remove();
+  });
+}
+
+bool Signal::isEnum() const {
+  return getDataTypeLabel() == strings::Enumeration;
+}
+
+}  // namespace vela
