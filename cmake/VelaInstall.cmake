@@ -44,5 +44,7 @@ foreach(tree platform src)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${tree}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vela
     FILES_MATCHING PATTERN "*.h")
 endforeach()
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/formats DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vela
-  FILES_MATCHING PATTERN "*.h")
+foreach(room comparison formats)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${room} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vela
+    FILES_MATCHING PATTERN "*.h")
+endforeach()

@@ -43,7 +43,7 @@ struct RunComparisonOptions {
   std::optional<double> step;                      ///< of the uniform alignment
   std::optional<std::size_t> count;                ///< of the uniform alignment
   std::optional<bool> strictSpan;
-  double timeMatch = 1e-6;
+  std::optional<double> timeMatch;  ///< else as comparison::Options has it
   /// For signals whose own absolute and relative tolerance are both 0.
   double defaultAbsTol = 0;
   double defaultRelTol = 0;
