@@ -19,6 +19,7 @@ class Vela {
 
   explicit Vela(const std::string& path);
 
+  vela::ObjectManager& manager() { return manager_; }
   void beginTransaction() { manager_.beginTransaction(); }
   void commitTransaction() { manager_.commitTransaction(); }
 

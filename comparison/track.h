@@ -31,11 +31,7 @@ class Track {
       : samples_(series, name), interpolation_(series.effectiveInterpolation()) {}
 
   /// Whether there is an event of that number; reads as far as that takes.
-  bool reaches(std::uint64_t number) {
-    while (number >= end_)
-      if (!load()) return false;
-    return true;
-  }
+  bool reaches(std::uint64_t number) { return number < end_ || loadUpTo(number); }
   const Event<Value>& at(std::uint64_t number) const { return ring_[number & mask()]; }
 
   std::uint64_t head() const { return head_; }
@@ -115,6 +111,12 @@ class Track {
       begin_ = end;
     }
     if (!inner_.empty()) inner_.erase(inner_.begin(), inner_.lower_bound(begin_));
+  }
+
+  bool loadUpTo(std::uint64_t number) {
+    while (number >= end_)
+      if (!load()) return false;
+    return true;
   }
 
   bool load() {

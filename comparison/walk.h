@@ -20,8 +20,10 @@ bool headsMatch(Track<Value>& baseline, Track<Value>& compareTo, double timeMatc
   const double tc = compareTo.headEvent().time;
   if (tb == tc) return true;
   const double distance = std::fabs(tb - tc);
-  const double gap =
-      std::min(baseline.gapAround(baseline.head()), compareTo.gapAround(compareTo.head()));
+  // Most times are told apart by the gaps of one side.
+  double gap = baseline.gapAround(baseline.head());
+  if (distance > matchDistance(tb, tc, gap, timeMatch) && !std::isinf(gap)) return false;
+  gap = std::min(gap, compareTo.gapAround(compareTo.head()));
   if (distance > matchDistance(tb, tc, gap, timeMatch)) return false;
   Track<Value>& earlier = tb < tc ? baseline : compareTo;
   const double later = std::max(tb, tc);
