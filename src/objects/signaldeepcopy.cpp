@@ -1,16 +1,13 @@
 // Copies of signals, and one signal's samples merged into another's.
 #include <cfloat>
-#include <cmath>
-#include <cstring>
 #include <deque>
+#include <optional>
 
 #include "kodiag/message.h"
-#include "objects/find.h"
 #include "objects/raising.h"
 #include "objects/samplewriter.h"
 #include "objects/signal.h"
 #include "objects/strings.h"
-#include "text/utf8.h"
 
 namespace vela {
 namespace {
@@ -22,8 +19,7 @@ using SignalPtr = boost::shared_ptr<Signal>;
 class RowCopier {
  public:
   RowCopier(ObjectManager& manager, const std::string& className)
-      : manager_(manager),
-        cls_(manager.getClass(className)),
+      : cls_(manager.getClass(className)),
         reader_(manager.repository()),
         writer_(cls_, manager.repository()) {
     reader_.addIDConstraint(cls_, &id_);
@@ -80,7 +76,6 @@ class RowCopier {
  private:
   kodd::PropertyRef property(const std::string& name) { return cls_.findProperty(name); }
 
-  ObjectManager& manager_;
   kodd::ClassRef cls_;
   int id_ = 0;
   kodd::ObjectQuery reader_;

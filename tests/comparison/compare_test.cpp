@@ -87,6 +87,7 @@ TEST(Compare, TellsNeighbouringIntegersApartThatADoubleCannot) {
       {ScalarType::int64, ScalarType::real, (std::int64_t{1} << 53) + 1, 0x1p53, -1},
       {ScalarType::int64, ScalarType::real, std::int64_t{1} << 53, 0.75, -0x1p53 + 1},
       {ScalarType::int64, ScalarType::real, std::int64_t{3}, 2.5, -0.5},
+      {ScalarType::int64, ScalarType::real, -(std::int64_t{1} << 53) - 1, 0.25, 0x1p53 + 2},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.difference);
@@ -106,6 +107,20 @@ TEST(Compare, TellsNeighbouringIntegersApartThatADoubleCannot) {
   }
 }
 
+TEST(Compare, TellsThemApartInsideATimeToleranceToo) {
+  constexpr std::int64_t kBig = std::int64_t{1} << 60;
+  Samples b, early;
+  b.type = early.type = ScalarType::int64;
+  b.times = early.times = {0, 1, 2};
+  b.values = {kBig, kBig + 1, kBig};
+  early.values = {kBig + 1, kBig + 1, kBig};
+  EXPECT_FALSE(compared(b, early).within);
+  EXPECT_TRUE(compared(b, early, with(0, 0, 1)).within);
+  EXPECT_TRUE(compared(b, early, with(0, 0, 2)).within);
+  early.values[0] = kBig + 2;
+  EXPECT_FALSE(compared(b, early, with(0, 0, 1)).within);
+}
+
 TEST(Compare, ForgivesTheRoundingOfDecimalsButNoMore) {
   const auto passes = [](double b, double c, const Options& options) {
     return compared(curve({0}, {b}), curve({0}, {c}), options).within;
@@ -113,6 +128,7 @@ TEST(Compare, ForgivesTheRoundingOfDecimalsButNoMore) {
   EXPECT_TRUE(passes(1.0, 1.1, with(0.1)));
   EXPECT_TRUE(passes(0.3, 0.2, with(0.1)));
   EXPECT_TRUE(passes(3.0, 3.3, with(0, 0.1)));
+  EXPECT_TRUE(passes(39.8, 41.7, with(1.9)));
   EXPECT_FALSE(passes(1.0, 1.1000000000001, with(0.1)));
   EXPECT_FALSE(passes(0.3, 0.1 + 0.2, with(0)));
 }
