@@ -36,12 +36,6 @@ boost::shared_ptr<Set> runOf(ObjectManager& manager, int id) {
   return run;
 }
 
-bool haveSameKind(const Signal& baseline, const Signal& compareTo) {
-  if (!baseline.isEnum() && !compareTo.isEnum()) return true;
-  return baseline.getObjectReference().getPropertyInt32(strings::DataTypeID) ==
-         compareTo.getObjectReference().getPropertyInt32(strings::DataTypeID);
-}
-
 Outcome outcomeOf(const comparison::Report& report) {
   switch (report.status) {
     case comparison::Status::unitsDiffer:
@@ -190,16 +184,20 @@ ComparedSignal store(const SignalPair& pair, Set& run, const RunComparisonOption
   });
 }
 
-ComparedSignal recheck(const SignalPtr& comparison, const RunComparisonOptions& options) {
-  ObjectManager& manager = comparison->getObjectReference().getObjectManager();
-  const ComparisonFamily family = familyOf(*comparison);
+/// The inputs a stored comparison keeps.
+SignalPair inputsOf(const Signal& comparison) {
+  ObjectManager& manager = comparison.getObjectReference().getObjectManager();
+  const ComparisonFamily family = familyOf(comparison);
   const auto input = [&](int id) {
     return SignalPtr(id == 0 ? nullptr : Signal::getSignalFromID(manager, id).release());
   };
-  SignalPair pair;
-  pair.baseline = input(family.baseline);
-  pair.compareTo = input(family.compareTo);
-  describe(*comparison, pair);
+  SignalPair pair{input(family.baseline), input(family.compareTo), {}, {}};
+  describe(comparison, pair);
+  return pair;
+}
+
+ComparedSignal recheck(const SignalPtr& comparison, const RunComparisonOptions& options) {
+  const SignalPair pair = inputsOf(*comparison);
   return forPair(pair, [&] {
     ComparedSignal row = rowFor(pair, *comparison, options);
     judgeAndStore(pair, comparison, row);
@@ -207,12 +205,32 @@ ComparedSignal recheck(const SignalPtr& comparison, const RunComparisonOptions& 
   });
 }
 
+ComparedSignal lookAgainAt(const SignalPtr& comparison, const RunComparisonOptions& options) {
+  const SignalPair pair = inputsOf(*comparison);
+  return forPair(pair, [&] {
+    ComparedSignal row = rowFor(pair, *comparison, options);
+    row.comparison = comparison->getID();
+    judge(pair, {}, row);
+    return row;
+  });
+}
+
+/// Adds the row of every item, in their order.
+template <class Item, class RowOf>
+void addRows(const std::vector<Item>& items, const RunComparisonOptions& options,
+             RunComparison& comparison, const RowOf& rowOf) {
+  for (const Item& item : items) {
+    if (options.progress) options.progress(comparison.signals.size(), items.size());
+    comparison.signals.push_back(rowOf(item));
+  }
+}
+
 void conclude(RunComparison& comparison, bool extraIsFailure) {
-  const auto differs = [&](const ComparedSignal& row) {
-    return row.outcome != Outcome::within && (extraIsFailure || row.outcome != Outcome::extra);
-  };
+  comparison.extraIsFailure = extraIsFailure;
   comparison.within = comparison.count(Outcome::within) > 0 &&
-                      std::ranges::none_of(comparison.signals, differs);
+                      std::ranges::none_of(comparison.signals, [&](const ComparedSignal& row) {
+                        return comparison.isDifference(row);
+                      });
 }
 
 std::wstring nameFor(const Set& baseline, const Set& compareTo,
@@ -235,6 +253,40 @@ Set newComparisonRun(ObjectManager& manager, const Set& baseline, const Set& com
   return run;
 }
 
+/// A stored comparison run. \throws when the run is missing or no comparison
+boost::shared_ptr<Set> comparisonRunOf(ObjectManager& manager, int id) {
+  boost::shared_ptr<Set> run = runOf(manager, id);
+  if (run->getApplication() != Set::Application::VELAComparison)
+    refuse("Repeating a comparison", "run " + std::to_string(id) + " is no comparison");
+  return run;
+}
+
+std::vector<SignalPtr> comparisonsOf(Set& run) {
+  ObjectManager& manager = run.getObjectReference().getObjectManager();
+  std::vector<SignalPtr> comparisons;
+  for (const int id : run.getSignalIDs(Set::SignalQueryType::top)) {
+    const SignalPtr signal(Signal::getSignalFromID(manager, id).release());
+    if (signal->getSourceType() == SourceType::Comparison) comparisons.push_back(signal);
+  }
+  return comparisons;
+}
+
+template <class RowOf>
+RunComparison repeated(Set& run, const RunComparisonOptions& options, const RowOf& rowOf) {
+  RunComparison result{run.getID(), run.getBaselineSetID(), run.getCompareToSetID(), false, {},
+                       true};
+  addRows(comparisonsOf(run), options, result,
+          [&](const SignalPtr& comparison) { return rowOf(comparison, options); });
+  conclude(result, options.extraIsFailure);
+  return result;
+}
+
+void discard(ObjectManager& manager, RunComparison& comparison) {
+  Set::removeRuns(manager, {comparison.run});
+  comparison.run = 0;
+  for (ComparedSignal& row : comparison.signals) row.comparison = 0;
+}
+
 }  // namespace
 
 std::string textOf(ComparisonOutcome outcome) {
@@ -249,34 +301,56 @@ std::string textOf(SettingOrigin origin) {
   return texts[static_cast<std::size_t>(origin)];
 }
 
+bool RunComparison::isDifference(const ComparedSignal& signal) const {
+  if (signal.outcome == Outcome::extra) return extraIsFailure;
+  return signal.outcome != Outcome::within;
+}
+
 std::size_t RunComparison::count(ComparisonOutcome outcome) const {
   return static_cast<std::size_t>(
       std::ranges::count(signals, outcome, &ComparedSignal::outcome));
 }
 
-RunComparison compareRuns(ObjectManager& manager, int baselineRun, int compareToRun,
-                          const RunComparisonOptions& options) {
+bool RunComparison::comparedAnything() const {
+  return std::ranges::any_of(signals,
+                             [](const ComparedSignal& row) { return row.report.rows > 0; });
+}
+
+RunComparison compareRuns(Set& baseline, Set& compareTo, const RunComparisonOptions& options) {
   checkSettings(options);
-  RunComparison result{0, baselineRun, compareToRun, false, {}};
-  manager.inReadUnit([&] {
-    const auto baseline = runOf(manager, baselineRun), compareTo = runOf(manager, compareToRun);
-    for (const SignalPair& pair : pairLeaves(*baseline, *compareTo, options.signals))
-      result.signals.push_back(lookAt(pair, options));
+  RunComparison result{0, baseline.getID(), compareTo.getID(), false, {}, true};
+  baseline.getObjectReference().getObjectManager().inReadUnit([&] {
+    compareTo.getObjectReference().getObjectManager().inReadUnit([&] {
+      addRows(pairLeaves(baseline, compareTo, options.signals), options, result,
+              [&](const SignalPair& pair) { return lookAt(pair, options); });
+    });
   });
   conclude(result, options.extraIsFailure);
+  return result;
+}
+
+RunComparison compareRuns(ObjectManager& manager, int baselineRun, int compareToRun,
+                          const RunComparisonOptions& options) {
+  RunComparison result;
+  manager.inReadUnit([&] {
+    const auto baseline = runOf(manager, baselineRun), compareTo = runOf(manager, compareToRun);
+    result = compareRuns(*baseline, *compareTo, options);
+  });
   return result;
 }
 
 RunComparison compareAndStoreRuns(ObjectManager& manager, int baselineRun, int compareToRun,
                                   const RunComparisonOptions& options) {
   checkSettings(options);
-  RunComparison result{0, baselineRun, compareToRun, false, {}};
+  RunComparison result{0, baselineRun, compareToRun, false, {}, true};
   manager.inTransaction([&] {
     const auto baseline = runOf(manager, baselineRun), compareTo = runOf(manager, compareToRun);
     const std::vector<SignalPair> pairs = pairLeaves(*baseline, *compareTo, options.signals);
     Set run = newComparisonRun(manager, *baseline, *compareTo, options);
-    for (const SignalPair& pair : pairs) result.signals.push_back(store(pair, run, options));
     result.run = run.getID();
+    addRows(pairs, options, result,
+            [&](const SignalPair& pair) { return store(pair, run, options); });
+    if (!result.comparedAnything()) discard(manager, result);
   });
   conclude(result, options.extraIsFailure);
   return result;
@@ -286,24 +360,23 @@ RunComparison recheckRun(ObjectManager& manager, int comparisonRun,
                          const RunComparisonOptions& given) {
   checkSettings(given);
   RunComparison result;
-  RunComparisonOptions options;
   manager.inTransaction([&] {
-    const auto run = runOf(manager, comparisonRun);
-    if (run->getApplication() != Set::Application::VELAComparison)
-      refuse("Repeating a comparison",
-             "run " + std::to_string(comparisonRun) + " is no comparison");
-    options = withStoredSettings(given, *run);
-    result.run = comparisonRun;
-    result.baselineRun = run->getBaselineSetID();
-    result.compareToRun = run->getCompareToSetID();
-    for (const int id : run->getSignalIDs(Set::SignalQueryType::top)) {
-      const SignalPtr signal(Signal::getSignalFromID(manager, id).release());
-      if (signal->getSourceType() == SourceType::Comparison)
-        result.signals.push_back(recheck(signal, options));
-    }
+    const auto run = comparisonRunOf(manager, comparisonRun);
+    const RunComparisonOptions options = withStoredSettings(given, *run);
+    result = repeated(*run, options, recheck);
     storeRunSettings(*run, options);
   });
-  conclude(result, options.extraIsFailure);
+  return result;
+}
+
+RunComparison lookAgain(ObjectManager& manager, int comparisonRun,
+                        const RunComparisonOptions& given) {
+  checkSettings(given);
+  RunComparison result;
+  manager.inReadUnit([&] {
+    const auto run = comparisonRunOf(manager, comparisonRun);
+    result = repeated(*run, withStoredSettings(given, *run), lookAgainAt);
+  });
   return result;
 }
 

@@ -1,6 +1,7 @@
 // Compares two runs signal by signal, and stores the comparison as a run.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@
 namespace vela {
 
 class ObjectManager;
+class Set;
 
 /// What became of a signal of either run.
 enum class ComparisonOutcome {
@@ -53,6 +55,8 @@ struct RunComparisonOptions {
   bool extraIsFailure = true;
   /// Of the stored run; empty: made from the names of the two.
   std::wstring name;
+  /// Told before each signal how many of how many are done. May be empty.
+  std::function<void(std::size_t done, std::size_t total)> progress;
 };
 
 /// One line of the table.
@@ -78,8 +82,13 @@ struct RunComparison {
   bool within = false;
   /// In the order of the baseline's signals, then the extra ones.
   std::vector<ComparedSignal> signals;
+  bool extraIsFailure = true;
 
+  /// Whether this signal makes the runs differ.
+  bool isDifference(const ComparedSignal& signal) const;
   std::size_t count(ComparisonOutcome outcome) const;
+  /// Whether there is a signal whose samples were compared.
+  bool comparedAnything() const;
 };
 
 /// Compares the leaf signals of two runs. Leaves are paired by identifier, name, block path and
@@ -91,8 +100,12 @@ struct RunComparison {
 RunComparison compareRuns(ObjectManager& manager, int baselineRun, int compareToRun,
                           const RunComparisonOptions& options);
 
+/// The same for runs that may be in two repositories.
+RunComparison compareRuns(Set& baseline, Set& compareTo, const RunComparisonOptions& options);
+
 /// The same, stored as a comparison run in one unit of work: a family a row, with copies of
-/// the two signals, so that it can be checked again when the runs are gone.
+/// the two signals, so that it can be checked again when the runs are gone. Where nothing
+/// could be compared nothing is stored.
 RunComparison compareAndStoreRuns(ObjectManager& manager, int baselineRun, int compareToRun,
                                   const RunComparisonOptions& options);
 
@@ -103,5 +116,8 @@ RunComparison compareAndStoreRuns(ObjectManager& manager, int baselineRun, int c
 /// \throws "nexstore:nex:InvalidData" when the run is no comparison
 RunComparison recheckRun(ObjectManager& manager, int comparisonRun,
                          const RunComparisonOptions& options);
+/// The same, only looked at: what is stored stays as it is.
+RunComparison lookAgain(ObjectManager& manager, int comparisonRun,
+                        const RunComparisonOptions& options);
 
 }  // namespace vela

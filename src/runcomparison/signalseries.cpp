@@ -1,6 +1,7 @@
 #include "runcomparison/signalseries.h"
 
 #include "datarangeiterator.h"
+#include "objects/classdef.h"
 #include "objects/elementnumbers.h"
 #include "objects/strings.h"
 #include "text/utf8.h"
@@ -57,6 +58,17 @@ std::optional<ScalarType> scalarTypeOf(const std::string& label) {
   return std::nullopt;
 }
 
+std::optional<std::pair<std::string, EnumerationDefinition>> enumerationOf(
+    const Signal& signal) {
+  const int id = signal.getDataType()->getPropertyInt32(strings::FK_DataTypeDefinitionID);
+  bool found = false;
+  auto definition = signal.getObjectReference().getObjectManager().findObject(
+      id, strings::ClassDefinition, found);
+  if (!found) return std::nullopt;
+  const ClassDef enumeration(std::move(definition));
+  return std::pair(enumeration.getName(), enumeration.getOrderedEnumerationDefinition());
+}
+
 }  // namespace
 
 std::optional<comparison::Series> seriesOf(Signal& signal) {
@@ -70,6 +82,13 @@ std::optional<comparison::Series> seriesOf(Signal& signal) {
   series.unit = text::toUtf8(signal.getUnits());
   series.open = [&signal] { return std::make_unique<SignalBlocks>(signal); };
   return series;
+}
+
+bool haveSameKind(const Signal& baseline, const Signal& compareTo) {
+  if (baseline.isEnum() != compareTo.isEnum()) return false;
+  if (!baseline.isEnum()) return true;
+  const auto enumeration = enumerationOf(baseline);
+  return enumeration && enumeration == enumerationOf(compareTo);
 }
 
 }  // namespace vela

@@ -89,9 +89,10 @@ class SignalTest : public ManagerTest {
     DataTypeUtil::getBuiltInDataTypeHandle(type, *manager_, handle);
     setType(signal, handle);
   }
-  void setType(Signal& signal, long long handle) {
+  static void setType(Signal& signal, long long handle) {
+    ObjectManager& manager = signal.getObjectReference().getObjectManager();
     bool found = false;
-    const auto type = manager_->findObject(static_cast<int>(handle), strings::DataType, found);
+    const auto type = manager.findObject(static_cast<int>(handle), strings::DataType, found);
     ASSERT_TRUE(found);
     signal.setDataType(*type);
   }

@@ -29,7 +29,7 @@ class RunComparisonTest : public test::SignalTest {
 
   SignalPtr add(Set& run, const std::wstring& name, const std::vector<double>& times,
                 const std::vector<double>& values) {
-    SignalPtr signal(new Signal(*manager_));
+    SignalPtr signal(new Signal(run.getObjectReference().getObjectManager()));
     signal->setName(name);
     signal->setInterpMethod("linear");
     if (!times.empty()) append(*signal, times, values);
@@ -60,9 +60,10 @@ class RunComparisonTest : public test::SignalTest {
     add(compareTo_, L"nothing", {}, {});
     add(compareTo_, L"new", {0, 1}, {0, 0});
   }
-  void setEnumeration(Signal& signal) {
+  static void setEnumeration(Signal& signal, const std::string& lastLabel = "on") {
     long long type = 0;
-    DataTypeUtil::createEnumDataType("Mode", {{0, "off"}, {1, "on"}}, "int32", *manager_, type);
+    DataTypeUtil::createEnumDataType("Mode", {{0, "off"}, {1, lastLabel}}, "int32",
+                                     signal.getObjectReference().getObjectManager(), type);
     setType(signal, type);
     const std::vector<int> states = {0, 0};
     const std::vector<double> times = {0, 1};
@@ -256,6 +257,60 @@ TEST_F(RunComparisonTest, ComparesWhatMatricesAndBusesHold) {
   EXPECT_EQ(result.count(Outcome::within), 2);
   EXPECT_EQ(result.signals.size(), 6);
   EXPECT_EQ(result.signals[3].name, L"m (imaginary)(1,2)");
+}
+
+TEST_F(RunComparisonTest, ComparesRunsOfTwoRepositories) {
+  ObjectManager other;
+  other.initializeObjectManager({}, {});
+  {
+    // One type more, so that equal types have different IDs here.
+    long long unused = 0;
+    DataTypeUtil::createEnumDataType("Gear", {{0, "N"}}, "int32", other, unused);
+    Set there(other, true);
+    for (Set* run : {&baseline_, &there}) {
+      add(*run, L"speed", {0, 1}, {1, run == &there ? 2.5 : 2});
+      setEnumeration(*add(*run, L"mode", {}, {}));
+      setEnumeration(*add(*run, L"other mode", {}, {}), run == &there ? "open" : "on");
+    }
+    const RunComparison result = compareRuns(baseline_, there, {});
+    EXPECT_THAT(outcomes(result), ElementsAre(std::pair(L"speed", Outcome::outside),
+                                              std::pair(L"mode", Outcome::within),
+                                              std::pair(L"other mode", Outcome::typeMismatch)));
+    EXPECT_EQ(result.signals[0].report.maxDifference, 0.5);
+  }
+}
+
+TEST_F(RunComparisonTest, KeepsNothingWhereNothingCouldBeCompared) {
+  add(baseline_, L"speed", {0, 1}, {1, 2});
+  add(compareTo_, L"speed", {2, 3}, {1, 2});
+  add(baseline_, L"gone", {0, 1}, {1, 2});
+  const std::vector<int> before = census();
+  const RunComparison result = stored();
+  EXPECT_FALSE(result.comparedAnything());
+  EXPECT_EQ(result.run, 0);
+  EXPECT_EQ(result.signals.at(0).comparison, 0);
+  EXPECT_EQ(census(), before);
+}
+
+TEST_F(RunComparisonTest, LookingAgainLeavesWhatIsStored) {
+  addEveryOutcome();
+  const RunComparison first = stored();
+  const int comparison = first.signals[1].comparison;
+  const ComparisonFamily family = familyOf(*handle(comparison));
+  RunComparisonOptions loose;
+  loose.absTol = 0.5;
+  std::vector<std::size_t> told;
+  loose.progress = [&](std::size_t done, std::size_t total) {
+    EXPECT_EQ(total, first.signals.size());
+    told.push_back(done);
+  };
+  const RunComparison again = lookAgain(*manager_, first.run, loose);
+  EXPECT_THAT(told, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8));
+  EXPECT_EQ(again.signals[1].outcome, Outcome::within);
+  EXPECT_EQ(again.signals[1].comparison, comparison);
+  EXPECT_FALSE(handle(comparison)->getIsWithinTol());
+  EXPECT_EQ(handle(comparison)->getAbsTol(), 0);
+  EXPECT_EQ(familyOf(*handle(comparison)).differences, family.differences);
 }
 
 TEST_F(RunComparisonTest, ExtraSignalsMayBeAllowedAndStaySo) {
