@@ -116,6 +116,7 @@ class Results {
   void publish(const SignalPtr& comparison, const ComparisonFamily& family) {
     ObjectManager& manager = comparison->getObjectReference().getObjectManager();
     if (difference_) {
+      giveTo(*comparison);
       replaceResults(comparison, family.differences, difference_);
       replaceResults(comparison, family.tolerances, tolerance_);
       return;
@@ -135,6 +136,15 @@ class Results {
     result->setDataType(
         *manager.findObject(static_cast<int>(handle), strings::DataType, found));
     return result;
+  }
+
+  /// Whoever repeats a comparison, its results stay with the session that made it.
+  void giveTo(const Signal& comparison) {
+    const ObjectRef& reference = comparison.getObjectReference();
+    const long long owner = reference.getPropertyInt64(strings::InstanceID);
+    if (owner == reference.getObjectManager().getInstanceID()) return;
+    difference_->setInstanceID(owner);
+    tolerance_->setInstanceID(owner);
   }
 
   static void append(Signal& signal, std::span<const double> times,

@@ -167,6 +167,21 @@ TEST_F(RunComparisonTest, RechecksWithOtherTolerancesAndKeepsThemAndThePlots) {
   EXPECT_THAT(handle(family.differences[0])->getChecked(), ElementsAre(3));
 }
 
+TEST_F(RunComparisonTest, ResultsStayWithTheSessionThatComparedWhoeverRepeatsIt) {
+  addPair(L"speed", {1, 2, 3}, {1, 2.5, 3});
+  const RunComparison first = stored();
+  const auto owner = [&](int id) {
+    return handle(id)->getObjectReference().getPropertyInt64(strings::InstanceID);
+  };
+  const int comparison = first.signals[0].comparison;
+  const long long before = owner(comparison);
+  manager_->setInstanceID(before + 7);
+  recheckRun(*manager_, first.run, {});
+  const ComparisonFamily family = familyOf(*handle(comparison));
+  EXPECT_EQ(owner(family.differences.at(0)), before);
+  EXPECT_EQ(owner(family.tolerances.at(0)), before);
+}
+
 TEST_F(RunComparisonTest, TakesTolerancesFromOptionsThenSignalsThenDefaults) {
   const auto own = addPair(L"own", {1, 2}, {1, 2.1}).first;
   addPair(L"plain", {1, 2}, {1, 2.1});
