@@ -32,6 +32,7 @@ void addListCommand(CLI::App& app, Context& context);
 void addInfoCommand(CLI::App& app, Context& context);
 void addCatCommand(CLI::App& app, Context& context);
 void addRemoveCommand(CLI::App& app, Context& context);
+void addCompareCommand(CLI::App& app, Context& context);
 void addCopyCommand(CLI::App& app, Context& context);
 void addSessionsCommands(CLI::App& app, Context& context);
 void addUndoCommand(CLI::App& app, Context& context);

@@ -5,6 +5,7 @@
 
 #include "text/numbers.h"
 #include "tools/vela/context.h"
+#include "tools/vela/readreport.h"
 #include "tools/vela/recorder.h"
 #include "tools/vela/repositories.h"
 #include "tools/vela/runview.h"
@@ -96,21 +97,6 @@ void printDryRun(const std::vector<Source>& sources, bool json) {
   }
 }
 
-// Tells what was left out. \returns whether anything was
-bool reportLoss(const Source& source, const formats::ReadReport& report, bool quiet) {
-  if (!quiet) {
-    for (const formats::Notice& notice : report.notices) {
-      const std::string line = notice.line ? ":" + std::to_string(notice.line) : "";
-      warn(source.file + line + ": " + notice.text);
-    }
-    if (report.noticeCount > report.notices.size()) {
-      warn(source.file + ": and " +
-           counted(report.noticeCount - report.notices.size(), "further warning"));
-    }
-  }
-  return report.lossy();
-}
-
 void printStored(const std::map<std::string, std::vector<Recorder::StoredRun>>& stored,
                  bool json) {
   Json list = Json::array();
@@ -141,7 +127,7 @@ ExitCode importFiles(const Context& context, const ImportOptions& options) {
   if (options.dryRun) {
     printDryRun(sources, context.json);
     for (const Source& source : sources) {
-      lossy |= reportLoss(source, source.summary->report, context.quiet);
+      lossy |= reportLoss(source.file, source.summary->report, context.quiet);
     }
     return lossy ? kLoss : kDone;
   }
@@ -154,7 +140,7 @@ ExitCode importFiles(const Context& context, const ImportOptions& options) {
       Recorder recorder(repository.manager(), *source.summary,
                         formats::provenanceOf(source.file, options.reading), options.runName,
                         [&bar](std::uint64_t bytes) { bar.update(bytes); });
-      lossy |= reportLoss(source, source.reader->read(recorder), context.quiet);
+      lossy |= reportLoss(source.file, source.reader->read(recorder), context.quiet);
       std::vector<Recorder::StoredRun>& runs = stored[source.file];
       runs.insert(runs.end(), recorder.runs().begin(), recorder.runs().end());
     }

@@ -17,7 +17,8 @@ constexpr const char* kIntroduction =
     "  vela import out.raw --into lab.dmr     read a recording into a repository\n"
     "  vela ls -r lab.dmr                     list its runs\n"
     "  vela ls 256 -r lab.dmr                 list the signals of run 256\n"
-    "  vela cat 'v(out)' --from 1e-3 --to 2e-3 -r lab.dmr   print a range as CSV\n\n"
+    "  vela cat 'v(out)' --from 1e-3 --to 2e-3 -r lab.dmr   print a range as CSV\n"
+    "  vela compare 256 768 -r lab.dmr        whether two runs agree within tolerances\n\n"
     "Without --repository (or VELA_REPOSITORY) it works on your shared repository.";
 
 constexpr const char* kExitCodes =
@@ -36,6 +37,7 @@ ExitCode run(int argc, char** argv) {
   addInfoCommand(app, context);
   addCatCommand(app, context);
   addRemoveCommand(app, context);
+  addCompareCommand(app, context);
   addCopyCommand(app, context);
   addSessionsCommands(app, context);
   addUndoCommand(app, context);

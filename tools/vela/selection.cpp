@@ -1,6 +1,8 @@
 #include "tools/vela/selection.h"
 
+#include <algorithm>
 #include <climits>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -29,6 +31,20 @@ void addToList(std::string& list, const std::string& item) {
   list += (list.empty() ? "" : ", ") + item;
 }
 
+// Runs of that display name, else of that number: every session counts its own.
+std::vector<Set::Summary> matching(ObjectManager& manager, const std::string& words) {
+  const std::vector<Set::Summary> all = allRuns(manager);
+  std::vector<Set::Summary> matches;
+  std::ranges::copy_if(all, std::back_inserter(matches), [&](const Set::Summary& run) {
+    return text::toUtf8(run.displayName) == words;
+  });
+  if (!matches.empty()) return matches;
+  std::ranges::copy_if(all, std::back_inserter(matches), [&](const Set::Summary& run) {
+    return run.number != 0 && run.number == asID(words);
+  });
+  return matches;
+}
+
 bool isShown(ObjectManager& manager, int runID) {
   boost::shared_ptr<Set> run;
   return Set::lookupVisibleSet(runID, run, manager);
@@ -41,18 +57,14 @@ boost::shared_ptr<Set> findRun(ObjectManager& manager, const std::string& words)
   if (const int id = asID(words)) {
     if (Set::lookupVisibleSet(id, found, manager)) return found;
   }
-  std::string candidates;
-  int matches = 0;
-  for (const Set::Summary& run : allRuns(manager)) {
-    if (text::toUtf8(run.displayName) != words) continue;
-    ++matches;
-    addToList(candidates, described(run));
-    Set::lookupVisibleSet(run.id, found, manager);
-  }
-  if (matches == 0) kodiag::raise({"VELA:vela", "NoSuchRun"}, {{"Run", words}});
-  if (matches > 1) {
+  const std::vector<Set::Summary> matches = matching(manager, words);
+  if (matches.empty()) kodiag::raise({"VELA:vela", "NoSuchRun"}, {{"Run", words}});
+  if (matches.size() > 1) {
+    std::string candidates;
+    for (const Set::Summary& run : matches) addToList(candidates, described(run));
     kodiag::raise({"VELA:vela", "AmbiguousRun"}, {{"Run", words}, {"Candidates", candidates}});
   }
+  Set::lookupVisibleSet(matches.front().id, found, manager);
   return found;
 }
 

@@ -9,8 +9,9 @@
 
 namespace vela::tool {
 
-/// The visible run of any session with that ID or, when the words are no number, that display
-/// name. \throws "VELA:vela:NoSuchRun" or "VELA:vela:AmbiguousRun" naming the candidates
+/// The visible run of any session with that ID or, where there is none, that display name or
+/// else that number. \throws "VELA:vela:NoSuchRun" or "VELA:vela:AmbiguousRun" naming the
+/// candidates
 boost::shared_ptr<Set> findRun(ObjectManager& manager, const std::string& words);
 
 /// The signal with that ID or name, in visible runs or in the one given.
