@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "callbacks.h"
+#include "comparing.h"
 #include "documentation.h"
 #include "errors.h"
 #include "hostmethod.h"
@@ -96,6 +97,9 @@ Set how small a chunk of samples may be in this process, 0 or more.
 
 Samples that are appended join the newest chunk of their signal while that holds fewer bytes.
 0 gives every append a chunk of its own.)");
+  module.def("compareRuns", &compareRuns, py::arg("baseline"), py::arg("baselineRun"),
+             py::arg("compared"), py::arg("comparedRun"), py::arg("settings"),
+             py::arg("isStoring"));
   module.def("registerHostFunction", &registerHostFunction, py::arg("name"),
              py::arg("function"));
 }

@@ -18,6 +18,9 @@ import numpy
 
 declarations: dict[str, list[dict[str, Any]]]
 
+def compareRuns(
+    baseline: Repository, baselineRun: int, compared: Repository, comparedRun: int,
+    settings: dict[str, Any], isStoring: bool) -> dict[str, Any]: ...
 def registerHostFunction(name: str, function: Callable[..., Any] | None) -> Callable[..., Any] | None: ...
 def setMinimumChunkNumBytes(bytes: int) -> None: ...
 '''

@@ -1,10 +1,11 @@
 """Simulation runs and their signals in one repository file.
 
 `open` is the short way in: a repository as a mapping of runs, a run as a mapping of signals, numpy
-arrays in and out. `Repository` has every method there is.
+arrays in and out. `compare` tells whether two runs agree. `Repository` has every method there is.
 """
 
 from vela import host
+from vela._compare import Comparison, compare
 from vela._errors import DataError, Error, NotFoundError
 from vela._runs import RepositoryFile, Run, Runs, open
 from vela._signals import Samples, Signal
@@ -12,6 +13,7 @@ from vela._values import FixedPoint
 from vela._vela import Repository, setMinimumChunkNumBytes
 
 __all__ = [
+    "Comparison",
     "DataError",
     "Error",
     "FixedPoint",
@@ -22,6 +24,7 @@ __all__ = [
     "Runs",
     "Samples",
     "Signal",
+    "compare",
     "host",
     "open",
     "setMinimumChunkNumBytes",
