@@ -17,6 +17,7 @@
 #include "objects/signal.h"
 #include "pythonapi.h"
 #include "scripting/module.h"
+#include "streaming.h"
 #include "toarray.h"
 
 namespace vela::python {
@@ -118,6 +119,7 @@ int load(PyObject* self) {
     QueryOBFcnTable_nexstore()->initialize();
     addClasses(module);
     addFunctions(module);
+    addStreamFunctions(module);
     py::module_::import("atexit").attr("register")(py::cpp_function(&terminate));
     return 0;
   });

@@ -9,6 +9,7 @@ from vela._compare import Comparison, compare
 from vela._errors import DataError, Error, NotFoundError
 from vela._runs import RepositoryFile, Run, Runs, open
 from vela._signals import Samples, Signal
+from vela._streams import Stream
 from vela._values import FixedPoint
 from vela._vela import Repository, setMinimumChunkNumBytes
 
@@ -24,6 +25,7 @@ __all__ = [
     "Runs",
     "Samples",
     "Signal",
+    "Stream",
     "compare",
     "host",
     "open",

@@ -267,6 +267,16 @@ std::string StreamStore::createOfEnumeration(long long enumClassID, unsigned cha
   return stream;
 }
 
+std::size_t StreamStore::countChannels(const std::string& stream) const {
+  std::size_t channels = 0;
+  manager_.inReadUnit([&] {
+    requireStream(manager_, stream, "count channels");
+    channels = static_cast<std::size_t>(
+        countObjects(manager_, strings::YarrowSignals, {equals(strings::Name, stream)}));
+  });
+  return channels;
+}
+
 void StreamStore::add(const std::string& stream, const StreamRows& rows) {
   manager_.inTransaction([&] {
     std::vector<Channel> channels = channelsOf(manager_, stream, "add rows");

@@ -35,6 +35,8 @@ class StreamStore {
   /// \throws "nexstore:nex:InvalidData" for an ID that names no enumeration
   std::string createOfEnumeration(long long enumClassID, unsigned channels);
 
+  std::size_t countChannels(const std::string& stream) const;
+
   /// Appends rows in order of time. Rows stored at or after the first time go when that lies
   /// before the newest; late rows belong to update().
   /// \throws as requireRows(); "nexstore:nex:InvalidData" for a value that is no enumerator of

@@ -41,6 +41,10 @@ void YarrowAPI::getDataFromStream(const std::string& stream, double startTime, d
   rows = streams().rows(stream, startTime, endTime, {maxFromStart, maxFromEnd});
 }
 
+std::size_t YarrowAPI::getNumberOfChannels(const std::string& stream) {
+  return streams().countChannels(stream);
+}
+
 void YarrowAPI::deleteDataInStream(const std::string& stream,
                                    const std::vector<double>& times) {
   streams().remove(stream, times);

@@ -1,6 +1,7 @@
 // Named streams of rows in the process's shared repository, for channel services.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,6 +52,7 @@ class YarrowAPI {
   /// \param maxFromEnd    of those at most so many, the last ones; -1: all
   static void getDataFromStream(const std::string& stream, double startTime, double endTime,
                                 int maxFromStart, int maxFromEnd, Rows& rows);
+  static std::size_t getNumberOfChannels(const std::string& stream);
   /// Drops the rows at exactly these times.
   static void deleteDataInStream(const std::string& stream, const std::vector<double>& times);
   /// The rows given for a time replace all stored rows of that time; other times are inserted
