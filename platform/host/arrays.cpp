@@ -14,12 +14,15 @@
 namespace host {
 namespace {
 
+/// The longest word of a fixed-point number.
+constexpr int kMostBits = 65535;
+
 struct ClassTraits {
   std::string_view name;
   std::size_t bytes;
 };
 
-constexpr std::array<ClassTraits, 14> kClasses = {{{"double", 8},
+constexpr std::array<ClassTraits, 18> kClasses = {{{"double", 8},
                                                    {"single", 4},
                                                    {"int8", 1},
                                                    {"uint8", 1},
@@ -32,7 +35,11 @@ constexpr std::array<ClassTraits, 14> kClasses = {{{"double", 8},
                                                    {"logical", 1},
                                                    {"char", 0},
                                                    {"cell", 0},
-                                                   {"struct", 0}}};
+                                                   {"struct", 0},
+                                                   {"enumeration", 0},
+                                                   {"fixed-point", 0},
+                                                   {"object", 0},
+                                                   {"function", 0}}};
 
 [[noreturn]] void refuse(const std::string& reason) {
   kodiag::raise({"nexstore:nex", "InvalidHostArray"}, {{"Reason", reason}});
@@ -54,10 +61,14 @@ void requireCount(std::size_t count, std::size_t expected) {
          std::to_string(count) + " are given");
 }
 
-std::size_t byteCountOf(ArrayClass cls, std::size_t count) {
-  const std::size_t each = elementBytes(cls);
+std::size_t byteCountOf(ArrayClass cls, Complexity complexity, std::size_t count) {
+  const bool isComplex = complexity == Complexity::complex;
+  const std::size_t each = elementBytes(cls) * (isComplex ? 2 : 1);
   if (each == 0)
     refuse("elements of class " + std::string(arrayClassName(cls)) + " are no numbers");
+  if (isComplex && cls != ArrayClass::real64 && cls != ArrayClass::real32) {
+    refuse("complex elements are of class double or single");
+  }
   std::size_t bytes = 0;
   if (__builtin_mul_overflow(count, each, &bytes)) refuse("its dimensions are too large");
   return bytes;
@@ -78,13 +89,18 @@ std::string joined(const Dimensions& dimensions) {
   return out;
 }
 
+bool isVector(const Dimensions& dimensions) {
+  return dimensions.size() == 2 && (dimensions[0] == 1 || dimensions[1] == 1);
+}
+
 struct Numbers {
   std::shared_ptr<const std::byte> data;
   std::size_t byteCount = 0;
+  Complexity complexity = Complexity::real;
 
   std::span<const std::byte> bytes() const { return {data.get(), byteCount}; }
   bool operator==(const Numbers& other) const {
-    return std::ranges::equal(bytes(), other.bytes());
+    return complexity == other.complexity && std::ranges::equal(bytes(), other.bytes());
   }
 };
 
@@ -94,6 +110,45 @@ struct Structure {
 
   bool operator==(const Structure&) const = default;
 };
+
+struct Enumeration {
+  std::shared_ptr<const EnumerationType> type;
+  HostArray samples;
+
+  bool operator==(const Enumeration& other) const {
+    return (type == other.type || *type == *other.type) && samples == other.samples;
+  }
+};
+
+struct FixedPoint {
+  FixedPointType type;
+  HostArray values;
+
+  bool operator==(const FixedPoint&) const = default;
+};
+
+struct ScriptObject {
+  std::string className;
+  std::shared_ptr<void> object;
+
+  bool operator==(const ScriptObject&) const = default;
+};
+
+struct Function {
+  std::shared_ptr<const HostFunction> call;
+
+  bool operator==(const Function&) const = default;
+};
+
+void requireMembers(const EnumerationType& type, const HostArray& samples) {
+  std::set<std::int32_t> values;
+  for (const auto& [label, value] : type.members) values.insert(value);
+  for (const std::int32_t sample : samples.values<std::int32_t>()) {
+    if (!values.contains(sample)) {
+      refuse(std::to_string(sample) + " is no member of " + type.className);
+    }
+  }
+}
 
 }  // namespace
 
@@ -108,30 +163,41 @@ std::size_t elementBytes(ArrayClass cls) {
 struct HostArray::Body {
   ArrayClass cls = ArrayClass::real64;
   Dimensions dimensions;
+  unsigned rank = 0;
   std::size_t size = 0;
-  std::variant<Numbers, std::string, std::wstring, std::vector<HostArray>, Structure> contents;
+  std::variant<Numbers, std::string, std::wstring, std::vector<HostArray>, Structure,
+               Enumeration, FixedPoint, ScriptObject, Function>
+      contents;
 
   bool operator==(const Body&) const = default;
 };
 
 HostArray::HostArray() {
-  static const auto empty =
-      std::make_shared<const Body>(Body{ArrayClass::real64, {0, 0}, 0, Numbers()});
-  body_ = empty;
+  static const HostArray empty(ArrayClass::real64, {0, 0}, 0, Numbers());
+  body_ = empty.body_;
+}
+
+template <class Contents>
+HostArray::HostArray(ArrayClass cls, Dimensions dimensions, std::size_t count,
+                     Contents contents) {
+  const auto rank = static_cast<unsigned>(dimensions.size());
+  body_ = std::make_shared<Body>(
+      Body{cls, std::move(dimensions), rank, count, std::move(contents)});
 }
 
 HostArray HostArray::numeric(ArrayClass cls, Dimensions dimensions,
-                             std::span<const std::byte> elements) {
+                             std::span<const std::byte> elements, Complexity complexity) {
   // new, unlike a vector of bytes, aligns for every element type.
   const std::shared_ptr<std::byte[]> copy(new std::byte[elements.size()]);
   std::copy(elements.begin(), elements.end(), copy.get());
-  return sharing(cls, std::move(dimensions), {copy, copy.get()}, elements.size());
+  return sharing(cls, std::move(dimensions), {copy, copy.get()}, elements.size(), complexity);
 }
 
 HostArray HostArray::sharing(ArrayClass cls, Dimensions dimensions,
-                             std::shared_ptr<const std::byte> elements, std::size_t byteCount) {
+                             std::shared_ptr<const std::byte> elements, std::size_t byteCount,
+                             Complexity complexity) {
   const std::size_t count = elementCount(dimensions);
-  const std::size_t expected = byteCountOf(cls, count);
+  const std::size_t expected = byteCountOf(cls, complexity, count);
   if (byteCount != expected) {
     refuse("its dimensions ask for " + std::to_string(expected) + " bytes, " +
            std::to_string(byteCount) + " are given");
@@ -140,32 +206,29 @@ HostArray HostArray::sharing(ArrayClass cls, Dimensions dimensions,
     refuse("its elements are not aligned");
   }
   if (cls == ArrayClass::logical) requireLogical({elements.get(), byteCount});
-  return HostArray(std::make_shared<const Body>(
-      Body{cls, std::move(dimensions), count, Numbers{std::move(elements), byteCount}}));
+  return HostArray(cls, std::move(dimensions), count,
+                   Numbers{std::move(elements), byteCount, complexity});
 }
 
 HostArray HostArray::text(std::string narrow) {
   const std::size_t length = narrow.size();
-  return HostArray(std::make_shared<const Body>(
-      Body{ArrayClass::character, {1, length}, length, std::move(narrow)}));
+  return HostArray(ArrayClass::character, {1, length}, length, std::move(narrow));
 }
 
 HostArray HostArray::text(std::wstring wide) {
   const std::size_t length = wide.size();
-  return HostArray(std::make_shared<const Body>(
-      Body{ArrayClass::character, {1, length}, length, std::move(wide)}));
+  return HostArray(ArrayClass::character, {1, length}, length, std::move(wide));
 }
 
 HostArray HostArray::cell(Dimensions dimensions, std::vector<HostArray> elements) {
   const std::size_t count = elementCount(dimensions);
   requireCount(elements.size(), count);
-  return HostArray(std::make_shared<const Body>(
-      Body{ArrayClass::cell, std::move(dimensions), count, std::move(elements)}));
+  return HostArray(ArrayClass::cell, std::move(dimensions), count, std::move(elements));
 }
 
 HostArray HostArray::cell(std::vector<HostArray> elements) {
   const std::size_t count = elements.size();
-  return cell({1, count}, std::move(elements));
+  return cell({1, count}, std::move(elements)).withRank(1);
 }
 
 HostArray HostArray::structure(Fields fields) {
@@ -175,7 +238,7 @@ HostArray HostArray::structure(Fields fields) {
     names.push_back(std::move(name));
     values.push_back(std::move(value));
   }
-  return structureArray({1, 1}, std::move(names), std::move(values));
+  return structureArray({1, 1}, std::move(names), std::move(values)).withRank(0);
 }
 
 HostArray HostArray::structureArray(Dimensions dimensions, std::vector<std::string> names,
@@ -188,9 +251,64 @@ HostArray HostArray::structureArray(Dimensions dimensions, std::vector<std::stri
     refuse("its dimensions are too large");
   }
   requireCount(values.size(), expected);
+  return HostArray(ArrayClass::structure, std::move(dimensions), count,
+                   Structure{std::move(names), std::move(values)});
+}
+
+HostArray HostArray::enumeration(EnumerationType type, HostArray samples) {
+  if (type.className.empty()) refuse("the enumeration has no name");
+  if (samples.arrayClass() != ArrayClass::int32) refuse("samples of enumerations are int32");
+  requireMembers(type, samples);
+  const Dimensions dimensions = samples.dimensions();
+  const std::size_t count = samples.size();
+  const unsigned rank = samples.rank();
   return HostArray(
-      std::make_shared<const Body>(Body{ArrayClass::structure, std::move(dimensions), count,
-                                        Structure{std::move(names), std::move(values)}}));
+             ArrayClass::enumeration, dimensions, count,
+             Enumeration{std::make_shared<const EnumerationType>(std::move(type)), samples})
+      .withRank(rank);
+}
+
+HostArray HostArray::fixedPoint(FixedPointType type, HostArray realWorldValues) {
+  if (realWorldValues.arrayClass() != ArrayClass::real64 || realWorldValues.isComplex()) {
+    refuse("fixed-point values are given as doubles");
+  }
+  if (type.wordLength < 1 || type.wordLength > kMostBits) {
+    refuse("a word of " + std::to_string(type.wordLength) + " bits cannot be kept");
+  }
+  const Dimensions dimensions = realWorldValues.dimensions();
+  const std::size_t count = realWorldValues.size();
+  const unsigned rank = realWorldValues.rank();
+  return HostArray(ArrayClass::fixedPoint, dimensions, count,
+                   FixedPoint{type, std::move(realWorldValues)})
+      .withRank(rank);
+}
+
+HostArray HostArray::scriptObject(std::string className, std::shared_ptr<void> object) {
+  return HostArray(ArrayClass::scriptObject, {1, 1}, 1,
+                   ScriptObject{std::move(className), std::move(object)})
+      .withRank(0);
+}
+
+HostArray HostArray::function(HostFunction function) {
+  return HostArray(ArrayClass::function, {1, 1}, 1,
+                   Function{std::make_shared<const HostFunction>(std::move(function))})
+      .withRank(0);
+}
+
+HostArray HostArray::withRank(unsigned rank) const& {
+  return HostArray(*this).withRank(rank);
+}
+
+HostArray HostArray::withRank(unsigned rank) && {
+  if (rank == body_->rank) return std::move(*this);
+  const bool fits = rank == 0   ? size() == 1
+                    : rank == 1 ? isVector(dimensions())
+                                : rank == dimensions().size();
+  if (!fits) refuse("rank " + std::to_string(rank) + " does not fit " + describe());
+  if (body_.use_count() != 1) body_ = std::make_shared<Body>(*body_);
+  // Nobody else sees this body, which was not made const.
+  const_cast<Body&>(*body_).rank = rank;
+  return std::move(*this);
 }
 
 ArrayClass HostArray::arrayClass() const {
@@ -201,8 +319,17 @@ const Dimensions& HostArray::dimensions() const {
   return body_->dimensions;
 }
 
+unsigned HostArray::rank() const {
+  return body_->rank;
+}
+
 std::size_t HostArray::size() const {
   return body_->size;
+}
+
+bool HostArray::isComplex() const {
+  const auto* const numbers = std::get_if<Numbers>(&body_->contents);
+  return numbers && numbers->complexity == Complexity::complex;
 }
 
 std::span<const std::byte> HostArray::bytes() const {
@@ -212,12 +339,14 @@ std::span<const std::byte> HostArray::bytes() const {
 
 double HostArray::toDouble() const {
   requireNumbers("a number");
+  requireReal();
   if (!isScalar()) raiseMismatch("a single number");
   return visitNumbers([](const auto& values) { return static_cast<double>(values[0]); });
 }
 
 std::int64_t HostArray::toInt64() const {
   requireNumbers("a whole number");
+  requireReal();
   if (!isScalar()) raiseMismatch("a single whole number");
   return visitNumbers([this]<class T>(std::span<const T> values) -> std::int64_t {
     const T value = values[0];
@@ -295,19 +424,58 @@ const HostArray& HostArray::field(std::string_view name, std::size_t element) co
   return *found;
 }
 
+const EnumerationType& HostArray::enumerationType() const {
+  requireClass(ArrayClass::enumeration);
+  return *std::get<Enumeration>(body_->contents).type;
+}
+
+const FixedPointType& HostArray::fixedPointType() const {
+  requireClass(ArrayClass::fixedPoint);
+  return std::get<FixedPoint>(body_->contents).type;
+}
+
+const HostArray& HostArray::underlying() const {
+  if (isEnumeration()) return std::get<Enumeration>(body_->contents).samples;
+  requireClass(ArrayClass::fixedPoint);
+  return std::get<FixedPoint>(body_->contents).values;
+}
+
+const std::string& HostArray::scriptClass() const {
+  requireClass(ArrayClass::scriptObject);
+  return std::get<ScriptObject>(body_->contents).className;
+}
+
+const std::shared_ptr<void>& HostArray::scriptPointer() const {
+  requireClass(ArrayClass::scriptObject);
+  return std::get<ScriptObject>(body_->contents).object;
+}
+
+const HostFunction& HostArray::toFunction() const {
+  requireClass(ArrayClass::function);
+  return *std::get<Function>(body_->contents).call;
+}
+
 bool HostArray::operator==(const HostArray& other) const {
   return body_ == other.body_ || *body_ == *other.body_;
 }
 
 std::string HostArray::describe() const {
-  return "a " + joined(dimensions()) + " " + std::string(arrayClassName(arrayClass())) +
-         " array";
+  return "a " + joined(dimensions()) + (isComplex() ? " complex " : " ") +
+         std::string(arrayClassName(arrayClass())) + " array";
 }
 
 void HostArray::requireClass(ArrayClass cls) const {
   if (arrayClass() != cls) {
     raiseMismatch("an array of class " + std::string(arrayClassName(cls)));
   }
+}
+
+void HostArray::requireReal() const {
+  if (isComplex()) raiseMismatch("an array of real numbers");
+}
+
+void HostArray::requireComplex() const {
+  if (!isComplex()) raiseMismatch("an array of complex numbers");
 }
 
 void HostArray::requireNumbers(const char* expected) const {

@@ -2,18 +2,12 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "host/arrays.h"
 
 namespace host {
-
-using HostArrays = std::vector<HostArray>;
-/// Takes the arguments and the number of results asked for; returns at least that many.
-using HostFunction = std::function<HostArrays(std::span<const HostArray>, std::size_t)>;
 
 /// Offers a function, in place of one offered under that name before. Any thread.
 void registerFunction(const std::string& name, HostFunction function);

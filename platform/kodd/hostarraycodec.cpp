@@ -22,18 +22,26 @@ using host::HostArray;
 static_assert(std::endian::native == std::endian::little,
               "elements are stored as they lie in memory");
 
-constexpr std::uint8_t kFormat = 1;  // Stored; never renumber.
+// Stored; never renumber.
+constexpr std::uint8_t kFormat = 2;
+constexpr std::uint8_t kFormatWithoutRank = 1;
 constexpr int kDeepest = 64;
+constexpr std::size_t kMostDimensions = 255;
 
 bool hasNumbers(const HostArray& array) {
   return array.isNumeric() || array.isLogical();
+}
+
+[[noreturn]] void refuse(const std::string& reason) {
+  kodiag::raise({"nexstore:nex", "InvalidData"},
+                {{"Operation", "store an array"}, {"Reason", reason}});
 }
 
 class Encoder {
  public:
   std::string encode(const HostArray& array) {
     put(kFormat);
-    putArray(array);
+    putArray(array, 0);
     return std::move(out_);
   }
 
@@ -47,29 +55,77 @@ class Encoder {
     out_ += text;
   }
 
-  void putArray(const HostArray& array) {
+  void putArray(const HostArray& array, int depth) {
+    if (depth > kDeepest) refuse("arrays are nested too deeply");
     put(static_cast<std::uint8_t>(array.arrayClass()));
-    put(static_cast<std::uint8_t>(array.dimensions().size()));
-    for (const std::size_t length : array.dimensions()) put(static_cast<std::uint64_t>(length));
-    if (hasNumbers(array)) {
-      const std::span<const std::byte> bytes = array.bytes();
-      out_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    } else if (array.isText()) {
-      put(static_cast<std::uint8_t>(array.isWideText()));
-      putText(array.toString());
-    } else if (array.isCell()) {
-      for (const HostArray& element : array.cells()) putArray(element);
-    } else {
-      putStructure(array);
+    put(static_cast<std::uint8_t>(array.rank()));
+    putDimensions(array);
+    switch (array.arrayClass()) {
+      case ArrayClass::character:
+        put(static_cast<std::uint8_t>(array.isWideText()));
+        putText(array.toString());
+        break;
+      case ArrayClass::cell:
+        for (const HostArray& element : array.cells()) putArray(element, depth + 1);
+        break;
+      case ArrayClass::structure:
+        putStructure(array, depth);
+        break;
+      case ArrayClass::enumeration:
+        putEnumerationType(array.enumerationType());
+        putArray(array.underlying(), depth + 1);
+        break;
+      case ArrayClass::fixedPoint:
+        putFixedPointType(array.fixedPointType());
+        putArray(array.underlying(), depth + 1);
+        break;
+      case ArrayClass::scriptObject:
+        refuse("an object of class " + array.scriptClass() + " cannot be kept");
+      case ArrayClass::function:
+        refuse("a function cannot be kept");
+      default:
+        put(static_cast<std::uint8_t>(array.isComplex()));
+        putBytes(array.bytes());
     }
   }
 
-  void putStructure(const HostArray& array) {
+  void putBytes(std::span<const std::byte> bytes) {
+    out_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  }
+
+  void putDimensions(const HostArray& array) {
+    const host::Dimensions& dimensions = array.dimensions();
+    if (dimensions.size() > kMostDimensions) refuse("it has too many dimensions");
+    put(static_cast<std::uint8_t>(dimensions.size()));
+    for (const std::size_t length : dimensions) put(static_cast<std::uint64_t>(length));
+  }
+
+  void putStructure(const HostArray& array, int depth) {
     put(static_cast<std::uint32_t>(array.fieldNames().size()));
     for (const std::string& name : array.fieldNames()) putText(name);
     for (std::size_t element = 0; element < array.size(); ++element) {
-      for (const std::string& name : array.fieldNames()) putArray(array.field(name, element));
+      for (const std::string& name : array.fieldNames()) {
+        putArray(array.field(name, element), depth + 1);
+      }
     }
+  }
+
+  void putEnumerationType(const host::EnumerationType& type) {
+    putText(type.className);
+    put(static_cast<std::uint32_t>(type.members.size()));
+    for (const auto& [label, value] : type.members) {
+      putText(label);
+      put(value);
+    }
+  }
+
+  void putFixedPointType(const host::FixedPointType& type) {
+    put(static_cast<std::uint8_t>(type.isSigned));
+    put(static_cast<std::int32_t>(type.wordLength));
+    put(static_cast<std::uint8_t>(type.fractionLength.has_value()));
+    put(static_cast<std::int32_t>(type.fractionLength.value_or(0)));
+    put(type.slope);
+    put(type.bias);
   }
 
   std::string out_;
@@ -88,7 +144,11 @@ class Decoder {
   explicit Decoder(std::span<const std::byte> stored) : left_(stored) {}
 
   HostArray decode() {
-    if (take<std::uint8_t>() != kFormat) raiseCorrupt("the array has an unknown format");
+    const auto format = take<std::uint8_t>();
+    if (format != kFormat && format != kFormatWithoutRank) {
+      raiseCorrupt("the array has an unknown format");
+    }
+    hasRanks_ = format != kFormatWithoutRank;
     HostArray array = takeArray(0);
     if (!left_.empty()) raiseCorrupt("bytes are left behind the array");
     return array;
@@ -126,18 +186,71 @@ class Decoder {
   HostArray takeArray(int depth) {
     if (depth > kDeepest) raiseCorrupt("arrays are nested too deeply");
     const auto code = take<std::uint8_t>();
-    if (code > static_cast<std::uint8_t>(ArrayClass::structure)) {
+    if (code > static_cast<std::uint8_t>(ArrayClass::fixedPoint)) {
       raiseCorrupt("an array has the unknown class " + std::to_string(code));
     }
     const auto cls = static_cast<ArrayClass>(code);
+    const unsigned rank = hasRanks_ ? take<std::uint8_t>() : 0;
     host::Dimensions dimensions(take<std::uint8_t>());
     for (std::size_t& length : dimensions) length = take<std::uint64_t>();
-    if (cls == ArrayClass::character) return takeCharacters();
-    if (cls == ArrayClass::cell) return takeCell(std::move(dimensions), depth);
-    if (cls == ArrayClass::structure) return takeStructure(std::move(dimensions), depth);
-    const std::size_t bytesEach = host::elementBytes(cls);
+    HostArray array = takeContents(cls, std::move(dimensions), depth);
+    return hasRanks_ ? std::move(array).withRank(rank) : array.withRank(formerRank(array));
+  }
+
+  /// The rank of an array that was stored without one.
+  static unsigned formerRank(const HostArray& array) {
+    const bool isSingle = array.isScalar() && (hasNumbers(array) || array.isStructure());
+    return isSingle ? 0 : static_cast<unsigned>(array.dimensions().size());
+  }
+
+  HostArray takeContents(ArrayClass cls, host::Dimensions dimensions, int depth) {
+    switch (cls) {
+      case ArrayClass::character:
+        return takeCharacters();
+      case ArrayClass::cell:
+        return takeCell(std::move(dimensions), depth);
+      case ArrayClass::structure:
+        return takeStructure(std::move(dimensions), depth);
+      case ArrayClass::enumeration: {
+        host::EnumerationType type = takeEnumerationType();
+        return HostArray::enumeration(std::move(type), takeArray(depth + 1));
+      }
+      case ArrayClass::fixedPoint: {
+        const host::FixedPointType type = takeFixedPointType();
+        return HostArray::fixedPoint(type, takeArray(depth + 1));
+      }
+      default:
+        return takeNumbers(cls, std::move(dimensions));
+    }
+  }
+
+  HostArray takeNumbers(ArrayClass cls, host::Dimensions dimensions) {
+    const bool isComplex = hasRanks_ && take<std::uint8_t>() != 0;
+    const std::size_t bytesEach = host::elementBytes(cls) * (isComplex ? 2 : 1);
     const std::size_t count = countElements(dimensions, bytesEach);
-    return HostArray::numeric(cls, std::move(dimensions), takeBytes(count * bytesEach));
+    return HostArray::numeric(cls, std::move(dimensions), takeBytes(count * bytesEach),
+                              isComplex ? host::Complexity::complex : host::Complexity::real);
+  }
+
+  host::EnumerationType takeEnumerationType() {
+    host::EnumerationType type{takeText(), {}};
+    for (auto count = take<std::uint32_t>(); count > 0; --count) {
+      std::string label = takeText();
+      type.members.emplace_back(std::move(label), take<std::int32_t>());
+    }
+    return type;
+  }
+
+  host::FixedPointType takeFixedPointType() {
+    host::FixedPointType type;
+    type.isSigned = take<std::uint8_t>() != 0;
+    type.wordLength = take<std::int32_t>();
+    const bool hasFractionLength = take<std::uint8_t>() != 0;
+    const auto fractionLength = take<std::int32_t>();
+    if (hasFractionLength) type.fractionLength = fractionLength;
+    type.slope = take<double>();
+    type.bias = take<double>();
+    return type;
   }
 
   HostArray takeCharacters() {
@@ -167,6 +280,7 @@ class Decoder {
   }
 
   std::span<const std::byte> left_;
+  bool hasRanks_ = true;
 };
 
 struct ToHostArray {
@@ -197,7 +311,7 @@ EntryValue convertHostArrayToEntryValue(const HostArray& array) {
     if (array.isWideText()) return array.toWide();
     return array.toString();
   }
-  if (!hasNumbers(array) || !array.isScalar()) return &array;
+  if (!hasNumbers(array) || !array.isScalar() || array.isComplex()) return &array;
   return array.visitNumbers([](const auto& elements) -> EntryValue {
     using Element = std::remove_cvref_t<decltype(elements[0])>;
     // The entry value knows the 64-bit types by another name than the array.

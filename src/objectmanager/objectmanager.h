@@ -4,6 +4,7 @@
 #include <boost/function.hpp>
 #include <boost/ptr_container/ptr_vector.hpp>
 #include <boost/tuple/tuple.hpp>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <typeindex>
@@ -72,6 +73,10 @@ class ObjectManager {
   /// closes it.
   void disconnect();
   bool isOpen() const;
+  /// Gives all unused space of the file back to the disk and empties the log beside it. Refused
+  /// inside a unit of work ("TransactionActive").
+  /// \returns by how many bytes file and log became shorter; what readers keep in the log stays
+  std::uint64_t compact();
   /// Looks at a file without changing it: whether it may be opened as a repository (or is
   /// absent).
   static void checkFile(const std::wstring& location, kodiag::util::diagnostics& diag);

@@ -3,6 +3,7 @@
 
 #include <boost/ptr_container/ptr_vector.hpp>
 #include <boost/shared_ptr.hpp>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -217,12 +218,97 @@ class Set : public ORM {
                                                        const std::wstring& model,
                                                        int* runID = nullptr);
 
+  // --- Removal. A run that is being written ("nexstore:nex:DeleteStreamingSignal") is refused
+  // before anything is removed; a failure leaves everything as it was.
+
   /// Removes the run with its signals, their samples, and everything else that belongs to it,
   /// in one unit of work.
   void remove();
   /// The same for several runs at once; IDs without a run are ignored. \returns how many runs
   /// there were
   static int removeRuns(ObjectManager& manager, const std::vector<int>& runIDs);
+  /// Marks the run for deletion, so that no list shows it and the next purge removes it.
+  void lightweightRemove();
+  /// The purge: removes this instance's runs that are marked for deletion, and its
+  /// prior-overwritten run although that is not marked. \returns how many runs there were
+  static int removeRunsMarkedForDelete(ObjectManager& manager);
+
+  // --- The overwrite run: the run of this instance that its next simulation replaces.
+
+  /// Makes this the overwrite run, or no longer so when it is.
+  /// \throws "nexstore:nex:InvalidData" for a run of another instance
+  void setOverWrite(bool overWrite);
+  bool getOverWrite() const;
+  /// 0 when there is none or it is gone.
+  static int getOverWriteSetID(ObjectManager& manager);
+  /// Keeps the overwrite run aside as the prior-overwritten one, since a new simulation
+  /// replaces it; what was the prior-overwritten run until now is marked for deletion. Changes
+  /// nothing when there is no overwrite run or it is aside already.
+  /// \returns the ID of the run kept aside; 0 when there is none
+  static int cacheOverwriteRun(ObjectManager& manager);
+  /// Empty when there is none.
+  static boost::shared_ptr<Set> getPriorOverwriteRun(ObjectManager& manager);
+  /// Makes the prior-overwritten run an ordinary, visible one again, and the overwrite run of
+  /// this instance. The run that had replaced it stays as an ordinary one.
+  /// \returns its ID; 0, with nothing changed, when there is none
+  static int undoOverwrite(ObjectManager& manager);
+
+  // --- Runs of other instances. An instance is one process's use of the repository. Whoever
+  // asks first marks the instances of dead processes closed; a living one never counts as dead.
+
+  struct Instance {
+    enum class State {
+      alive,      ///< its process has the repository open
+      closed,     ///< it said that it has finished
+      crashed,    ///< its process is gone without having said so
+      untracked,  ///< 0 and 1 (rapid-accelerator children), which keep no row
+    };
+    long long id = 0;
+    State state = State::alive;
+    bool isOwn = false;  ///< the manager's own
+    bool isFarmWorker = false;
+    int runs = 0;           ///< that are stored, of every application, hidden ones too
+    int visibleRuns = 0;    ///< of those
+    int streamingRuns = 0;  ///< of those, being written or cut off in it
+  };
+  /// Every instance that has a row or runs, in creation order of the rows, then by ID.
+  static std::vector<Instance> getInstances(ObjectManager& manager);
+  /// IDs of the closed instances, this one's too when it is closed, in creation order.
+  static void getClosedInstances(ObjectManager& manager, std::vector<long long>& instanceIDs);
+  /// Whether a closed instance other than this one has visible runs of the application.
+  static bool isDataFromClosedInstances(ObjectManager& manager, Application application);
+  static int getRunCountFromClosedInstances(ObjectManager& manager, Application application);
+  /// Makes the runs of closed instances and of farm workers runs of this instance, numbered and
+  /// placed behind its own in their old order. Runs of applications other than VELA and
+  /// VELAComparison stay, and so do runs a living process is writing.
+  /// \returns IDs of the runs, in the order of their new numbers
+  static std::vector<int> importClosedInstances(ObjectManager& manager);
+  /// The same for the finished runs of rapid-accelerator children; `runIDs` is replaced.
+  static void importCompletedRapidAccelRuns(ObjectManager& manager, std::vector<int>& runIDs);
+  /// Removes the runs of closed instances other than this one, by the same choice of
+  /// applications, and what else the instances keep.
+  /// \param withWorkers  also of farm workers that are closed
+  /// \returns how many runs there were
+  static int removeClosedInstances(ObjectManager& manager, bool withWorkers);
+  /// Whether no other process has the repository open and nothing in it is this instance's:
+  /// neither a run that is not marked for deletion nor a test suite. Runs of closed instances
+  /// do not count.
+  static bool repositoryIsEmpty(ObjectManager& manager);
+
+  /// A copy with a number and a place of its own, in one unit of work: name, description,
+  /// metadata, signals with their samples. References among the copied objects lead to the
+  /// copies. The copy is never streaming nor marked, and carries no observers or plots.
+  std::unique_ptr<Set> clone(Application application) const;
+
+  /// Where the bytes of a repository are.
+  struct Space {
+    std::uint64_t fileBytes = 0;       ///< of the repository file
+    std::uint64_t logBytes = 0;        ///< of the log beside it, which compacting empties
+    std::uint64_t freeBytes = 0;       ///< in the file, unused; given back by compacting
+    std::uint64_t purgeableBytes = 0;  ///< of samples and metadata that a purge would remove
+    int purgeableRuns = 0;
+  };
+  static Space getSpace(ObjectManager& manager);
 
  private:
   void init(bool assignRunNumber);

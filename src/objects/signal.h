@@ -146,6 +146,10 @@ class Signal : public Element, public SignalEnums {
   static void beginBulkRemove(ObjectManager& manager);
   static void commitBulkRemove(ObjectManager& manager);
 
+  /// Copies the signal and everything below it, with samples and metadata, into a run, in one
+  /// unit of work. A leaf whose composite root is not among them gets samples of its own.
+  std::unique_ptr<Signal> clone(const Set& run) const;
+
   // --- Properties ---
 
   void beginBulkPropertyUpdate();

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <complex>
 #include <functional>
 #include <limits>
 
@@ -30,6 +31,85 @@ TEST(HostArray, HoldsNumbersOfEveryClassAsTheyAre) {
   EXPECT_TRUE(HostArray::scalar(true).isLogical());
   EXPECT_FALSE(HostArray::scalar(true).isNumeric());
   EXPECT_TRUE(HostArray().isEmpty());
+}
+
+TEST(HostArray, RankTellsScalarsListsAndMatricesApart) {
+  const HostArray scalar = HostArray::scalar(5);
+  const HostArray list = HostArray::list(std::vector<int>{5});
+  const HostArray matrix = HostArray::column(std::span<const int>(std::array{5}));
+  EXPECT_EQ(scalar.rank(), 0u);
+  EXPECT_EQ(list.rank(), 1u);
+  EXPECT_EQ(matrix.rank(), 2u);
+  EXPECT_EQ(scalar.dimensions(), list.dimensions());
+  EXPECT_NE(scalar, list);
+  EXPECT_NE(list, matrix);
+  EXPECT_EQ(matrix.withRank(1), list);
+  EXPECT_EQ(matrix.rank(), 2u);  // the copy took its elements along
+  const HostArray square =
+      HostArray::numeric(ArrayClass::int8, {2, 2}, std::as_bytes(std::span("abc", 4)));
+  const HostArray three = HostArray::list(std::vector<int>{1, 2, 3});
+  EXPECT_THAT([&] { (void)square.withRank(1); }, ThrowsId("nexstore:nex:InvalidHostArray"));
+  EXPECT_THAT([&] { (void)square.withRank(3); }, ThrowsId("nexstore:nex:InvalidHostArray"));
+  EXPECT_THAT([&] { (void)three.withRank(0); }, ThrowsId("nexstore:nex:InvalidHostArray"));
+}
+
+TEST(HostArray, ComplexNumbersAreNeverReadAsRealOnes) {
+  const HostArray array = HostArray::scalar(std::complex<double>(1, -2));
+  EXPECT_TRUE(array.isNumeric());
+  EXPECT_EQ(array.complexValues<double>()[0], std::complex<double>(1, -2));
+  EXPECT_EQ(array.describe(), "a 1x1 complex double array");
+  for (const auto& read : std::initializer_list<std::function<void()>>{
+           [&] { array.values<double>(); }, [&] { array.toDouble(); }, [&] { array.toInt64(); },
+           [&] { array.toBool(); }, [&] { array.complexValues<float>(); },
+           [&] { HostArray::scalar(1.0).complexValues<double>(); }}) {
+    EXPECT_THAT(read, ThrowsId("nexstore:nex:HostArrayMismatch"));
+  }
+  EXPECT_THAT(
+      [] {
+        HostArray::owning(ArrayClass::int32, {1, 1}, std::vector<int>{1, 2},
+                          host::Complexity::complex);
+      },
+      ThrowsId("nexstore:nex:InvalidHostArray"));
+}
+
+TEST(HostArray, EnumerationsAndFixedPointCarryTheirTypeAndNumbers) {
+  const host::EnumerationType gears{"Gear", {{"low", 1}, {"high", -2}}};
+  const HostArray samples = HostArray::list(std::vector<int>{-2, 1});
+  const HostArray array = HostArray::enumeration(gears, samples);
+  EXPECT_EQ(array.rank(), 1u);
+  EXPECT_EQ(array.underlying(), samples);
+  EXPECT_EQ(array, HostArray::enumeration(gears, HostArray::list(std::vector<int>{-2, 1})));
+  EXPECT_NE(array, HostArray::enumeration({"Gear", {{"low", 1}, {"top", -2}}}, samples));
+  EXPECT_FALSE(array.isNumeric());
+  EXPECT_NE(HostArray::fixedPoint({true, 8, 2, 0.25, 0}, HostArray::scalar(0.5)),
+            HostArray::fixedPoint({true, 8, 3, 0.125, 0}, HostArray::scalar(0.5)));
+  const host::FixedPointType endless{true, 0, {}, 1, 0};
+  for (const auto& make : std::initializer_list<std::function<void()>>{
+           [&] { HostArray::enumeration(gears, HostArray::scalar(7)); },
+           [&] { HostArray::enumeration(gears, HostArray::scalar(1.0)); },
+           [&] { HostArray::enumeration({}, samples); },
+           [&] { HostArray::fixedPoint({}, HostArray::scalar(1)); },
+           [&] { HostArray::fixedPoint(endless, HostArray::scalar(1.0)); }}) {
+    EXPECT_THAT(make, ThrowsId("nexstore:nex:InvalidHostArray"));
+  }
+}
+
+TEST(HostArray, ObjectsAndFunctionsAreEqualToThemselves) {
+  const auto object = std::make_shared<int>(3);
+  const HostArray array = HostArray::scriptObject("a.B", object);
+  EXPECT_EQ(array.scriptPointer(), object);
+  EXPECT_EQ(array, HostArray::scriptObject("a.B", object));
+  EXPECT_NE(array, HostArray::scriptObject("a.B", std::make_shared<int>(3)));
+  const auto twice = [](std::span<const HostArray> inputs, std::size_t) {
+    return host::HostArrays{HostArray::scalar(2 * inputs[0].toDouble())};
+  };
+  const HostArray function = HostArray::function(twice);
+  const HostArray copy = function;
+  const HostArray four = HostArray::scalar(4.0);
+  EXPECT_EQ(copy.toFunction()(std::span(&four, 1), 1),
+            host::HostArrays{HostArray::scalar(8.0)});
+  EXPECT_EQ(copy, function);
+  EXPECT_NE(function, HostArray::function(twice));
 }
 
 TEST(HostArray, KeepsTextCellsAndFieldsInTheirOrder) {

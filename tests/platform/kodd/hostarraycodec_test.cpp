@@ -24,18 +24,52 @@ HostArray everything() {
        {"cell", HostArray::cell({HostArray(), HostArray::scalar(std::int8_t{-3}),
                                  HostArray::cell(std::vector<HostArray>())})},
        {"many", HostArray::structureArray({2, 1}, {"x"},
-                                          {HostArray::scalar(1), HostArray::scalar(2u)})}});
+                                          {HostArray::scalar(1), HostArray::scalar(2u)})},
+       {"list", HostArray::list(std::vector<int>{5})},
+       {"complex", HostArray::scalar(std::complex<float>(1, -2))},
+       {"gears", HostArray::enumeration({"Gear", {{"low", 1}, {"high", -2}}},
+                                        HostArray::list(std::vector<int>{-2, 1, 1}))},
+       {"binary", HostArray::fixedPoint({false, 8, 3, 0.125, 0}, HostArray::scalar(0.5))},
+       {"slope", HostArray::fixedPoint({true, 33, {}, 0.1, 7}, HostArray::scalar(-0.0))}});
 }
 
 TEST(HostArrayCodecTest, StoresTheBytesOfItsFormat) {
   const std::int16_t values[] = {1, -2};
   const std::string expected(
-      "\x01"                                  // format
-      "\x04\x02"                              // int16, two dimensions
+      "\x02"                                  // format
+      "\x04\x02\x02"                          // int16, rank 2, two dimensions
       "\x01\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0"  // 1 x 2
+      "\0"                                    // real
+      "\x01\0\xfe\xff",
+      25);
+  EXPECT_EQ(encodeHostArray(HostArray::row(std::span<const std::int16_t>(values))), expected);
+}
+
+TEST(HostArrayCodecTest, ReadsTheFormatWithoutRanks) {
+  const std::string row(
+      "\x01\x04\x02\x01\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0"
       "\x01\0\xfe\xff",
       23);
-  EXPECT_EQ(encodeHostArray(HostArray::row(std::span<const std::int16_t>(values))), expected);
+  const std::int16_t values[] = {1, -2};
+  EXPECT_EQ(decodeHostArray(bytesOf(row)),
+            HostArray::row(std::span<const std::int16_t>(values)));
+  const std::string single("\x01\x02\x02\x01\0\0\0\0\0\0\0\x01\0\0\0\0\0\0\0\x07", 20);
+  EXPECT_EQ(decodeHostArray(bytesOf(single)), HostArray::scalar(std::int8_t{7}));
+}
+
+TEST(HostArrayCodecTest, RefusesWhatCannotBeRead) {
+  HostArray nested = HostArray::cell({HostArray()});
+  for (int i = 0; i < 70; ++i) nested = HostArray::cell({nested});
+  const auto object = HostArray::scriptObject("a.B", nullptr);
+  const auto function = HostArray::function({});
+  for (const HostArray& array : {nested, object, function, HostArray::cell({object})}) {
+    try {
+      encodeHostArray(array);
+      ADD_FAILURE() << array.describe() << " was stored";
+    } catch (const kodiag::except::ExceptionWithCauses& refusal) {
+      EXPECT_EQ(refusal.id(), "nexstore:nex:InvalidData");
+    }
+  }
 }
 
 TEST(HostArrayCodecTest, GivesBackWhatWasStored) {
