@@ -64,9 +64,9 @@ class DataFileWriter::Variable {
 
 /// Reads a data file.
 ///
-/// Errors: "datafile:file:CannotRead" when there is no such file or it is none of this kind,
-/// "Damaged" when a variable is not what was written, "NoSuchVariable"; each names the file.
-/// Threads: as DataFileWriter.
+/// Errors: "datafile:file:CannotRead" when there is no such file, it is none of this kind or
+/// not as it was written, "Damaged" when a variable holds no array, "NoSuchVariable"; each
+/// names the file. Threads: as DataFileWriter.
 class DataFileReader {
  public:
   class Variable;
@@ -101,8 +101,7 @@ class DataFileReader::Variable {
   /// The number of elements of a cell; they follow.
   std::size_t beginCell();
   host::HostArray take();
-  /// Makes sure that nothing is left and that all was read as it was written. Until then what
-  /// was read may be damaged.
+  /// Makes sure that nothing is left.
   void finish();
 
  private:

@@ -2,7 +2,6 @@
 #include <hdf5.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,7 +10,7 @@
 
 #include "datafile/datafile.h"
 #include "datafile/filedriver.h"
-#include "datafile/layout.h"
+#include "datafile/seal.h"
 #include "host/arraycodec.h"
 #include "kodiag/diagnostics.h"
 #include "kodiag/message.h"
@@ -19,24 +18,14 @@
 namespace datafile {
 namespace {
 
+/// Bytes that are read ahead of what is asked for.
+constexpr std::size_t kStepBytes = std::size_t{4} << 20;
+
 herr_t collectName(hid_t, const char* name, const H5L_info_t* link, void* names) {
   // A link that leads elsewhere is none of ours.
   if (link->type != H5L_TYPE_HARD) return -1;
   static_cast<std::vector<std::string>*>(names)->emplace_back(name);
   return 0;
-}
-
-std::optional<std::int32_t> formatOf(Id file) {
-  if (checked(H5Aexists(file, kFormatAttribute)) == 0) return std::nullopt;
-  const Handle attribute(H5Aopen(file, kFormatAttribute, H5P_DEFAULT), H5Aclose);
-  const Handle space(H5Aget_space(attribute), H5Sclose);
-  const Handle type(H5Aget_type(attribute), H5Tclose);
-  if (H5Sget_simple_extent_npoints(space) != 1 || H5Tget_class(type) != H5T_INTEGER) {
-    return std::nullopt;
-  }
-  std::int32_t version = 0;
-  checked(H5Aread(attribute, H5T_NATIVE_INT32, &version));
-  return version;
 }
 
 /// The number of bytes of a dataset that is made as ours are: bytes of this very file, as they
@@ -102,17 +91,13 @@ struct DataFileReader::Impl {
     if (fstat(disk.descriptor, &status) != 0) raise("CannotRead", std::strerror(errno));
     if (!S_ISREG(status.st_mode)) raise("CannotRead", "it is no regular file");
     fileBytes = static_cast<std::uint64_t>(status.st_size);
+    const std::string broken = brokenSeal(disk.descriptor);
+    if (!broken.empty()) raise("CannotRead", broken);
   }
 
   void openLibraryFile() {
     const Handle access = accessThrough(disk);
     file = Handle(H5Fopen(path.c_str(), H5F_ACC_RDONLY, access), H5Fclose);
-    const std::optional<std::int32_t> format = formatOf(file);
-    if (!format) throw LibraryError("it is an HDF5 file of another kind");
-    if (*format != kFormatVersion) {
-      throw LibraryError("it has the format " + std::to_string(*format) +
-                         ", this program reads " + std::to_string(kFormatVersion));
-    }
   }
 
   void closeAll() noexcept {
@@ -166,7 +151,7 @@ host::HostArray DataFileReader::get(const std::string& name) const {
   return array;
 }
 
-/// The bytes of a variable up to its checksum, read ahead in steps.
+/// The bytes of a variable, read ahead in steps.
 struct DataFileReader::Variable::Impl final : host::ByteSource {
   const DataFileReader::Impl& reader;
   std::string name;
@@ -176,7 +161,6 @@ struct DataFileReader::Variable::Impl final : host::ByteSource {
   std::uint64_t loaded = 0;  ///< bytes of the dataset read so far
   std::vector<char> ahead;   ///< the last of them
   std::size_t aheadTaken = 0;
-  uLong checksum = crc32_z(0, nullptr, 0);
   host::ArrayDecoder decoder{*this};
 
   Impl(const DataFileReader::Impl& owner, std::string variableName)
@@ -193,7 +177,6 @@ struct DataFileReader::Variable::Impl final : host::ByteSource {
   void take(void* into, std::size_t count) override {
     takeRaw(static_cast<char*>(into), count);
     handedOut += count;
-    checksum = crc32_z(checksum, static_cast<const Bytef*>(into), count);
   }
 
   template <class Calls>
@@ -224,8 +207,8 @@ struct DataFileReader::Variable::Impl final : host::ByteSource {
     }
     dataset = Handle(H5Dopen2(reader.file, name.c_str(), H5P_DEFAULT), H5Dclose);
     const std::optional<std::uint64_t> size = byteCountOf(dataset, reader.fileBytes);
-    if (!size || *size < sizeof(Checksum)) throw LibraryError("it is no variable of ours");
-    end = *size - sizeof(Checksum);
+    if (!size) throw LibraryError("it is no variable of ours");
+    end = *size;
   }
 
   void takeRaw(char* into, std::size_t count) {
@@ -239,7 +222,7 @@ struct DataFileReader::Variable::Impl final : host::ByteSource {
       load(into, count);
       return;
     }
-    ahead.resize(std::min<std::uint64_t>(kStepBytes, end + sizeof(Checksum) - loaded));
+    ahead.resize(std::min<std::uint64_t>(kStepBytes, end - loaded));
     load(ahead.data(), ahead.size());
     std::memcpy(into, ahead.data(), count);
     aheadTaken = count;
@@ -259,10 +242,6 @@ struct DataFileReader::Variable::Impl final : host::ByteSource {
 
   void checkEnd() {
     if (left() > 0) reader.raiseDamaged(name, "something is left behind the array");
-    const auto computed = static_cast<Checksum>(checksum);
-    Checksum stored = 0;
-    takeRaw(reinterpret_cast<char*>(&stored), sizeof stored);
-    if (stored != computed) reader.raiseDamaged(name, "its checksum does not fit its bytes");
   }
 };
 

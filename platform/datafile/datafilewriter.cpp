@@ -2,7 +2,6 @@
 #include <hdf5.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -13,14 +12,16 @@
 
 #include "datafile/datafile.h"
 #include "datafile/filedriver.h"
-#include "datafile/layout.h"
+#include "datafile/seal.h"
 #include "host/arraycodec.h"
 #include "kodiag/message.h"
 
 namespace datafile {
 namespace {
 
-/// The unit in which variables grow that are written in several steps.
+/// Variables of more bytes are written in several steps.
+constexpr std::size_t kStepBytes = std::size_t{4} << 20;
+/// The unit in which they then grow.
 constexpr hsize_t kChunkBytes = hsize_t{1} << 20;
 
 /// An open descriptor.
@@ -121,12 +122,9 @@ struct DataFileWriter::Impl {
 
   void create() {
     const Handle access = accessThrough(disk);
-    file = Handle(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access), H5Fclose);
-    const Handle space(H5Screate(H5S_SCALAR), H5Sclose);
-    const Handle attribute(
-        H5Acreate2(file, kFormatAttribute, H5T_STD_I32LE, space, H5P_DEFAULT, H5P_DEFAULT),
-        H5Aclose);
-    checked(H5Awrite(attribute, H5T_NATIVE_INT32, &kFormatVersion));
+    const Handle properties(H5Pcreate(H5P_FILE_CREATE), H5Pclose);
+    checked(H5Pset_userblock(properties, kSealBytes));
+    file = Handle(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, properties, access), H5Fclose);
   }
 
   void closeLibraryFile() {
@@ -139,6 +137,11 @@ struct DataFileWriter::Impl {
   void takeOverMode() const {
     struct stat status {};
     if (stat(target.c_str(), &status) == 0) fchmod(disk.descriptor, status.st_mode & 07777);
+  }
+
+  void sealFile() const {
+    const int errorNumber = seal(disk.descriptor);
+    if (errorNumber != 0) raise(std::strerror(errorNumber));
   }
 
   void flush() const {
@@ -182,6 +185,7 @@ void DataFileWriter::put(const std::string& name, const host::HostArray& value) 
 void DataFileWriter::commit() {
   if (impl_->hasOpenVariable) impl_->raise("a variable was not finished");
   impl_->closeLibraryFile();
+  impl_->sealFile();
   impl_->takeOverMode();
   impl_->flush();
   impl_->moveIntoPlace();
@@ -192,7 +196,6 @@ struct DataFileWriter::Variable::Impl {
   std::string name;
   std::string bytes;  ///< encoded and not yet written
   host::ArrayEncoder encoder{bytes};
-  uLong checksum = crc32_z(0, nullptr, 0);
   Handle dataset;  ///< open once more than one step is needed
   hsize_t written = 0;
 
@@ -209,15 +212,6 @@ struct DataFileWriter::Variable::Impl {
     if (!dataset.isOpen()) return;
     const LibraryGuard guard;
     dataset.close();
-  }
-
-  void addToChecksum() {
-    checksum = crc32_z(checksum, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size());
-  }
-
-  void appendChecksum() {
-    const auto stored = static_cast<Checksum>(checksum);
-    bytes.append(reinterpret_cast<const char*>(&stored), sizeof stored);
   }
 
   void create(hsize_t size, bool mayGrow) {
@@ -244,7 +238,6 @@ struct DataFileWriter::Variable::Impl {
   }
 
   void writeStep() {
-    addToChecksum();
     writer.attempt([&] {
       if (!dataset.isOpen()) create(0, true);
       writeBytes();
@@ -252,8 +245,6 @@ struct DataFileWriter::Variable::Impl {
   }
 
   void writeRest() {
-    addToChecksum();
-    appendChecksum();
     writer.attempt([&] {
       if (dataset.isOpen()) {
         writeBytes();

@@ -161,7 +161,7 @@ Handle accessThrough(DiskFile& file) {
   const DriverInfo info{&file};
   Handle properties(H5Pcreate(H5P_FILE_ACCESS), H5Pclose);
   checked(H5Pset_driver(properties, driverID(), &info));
-  // The newest format has checksums in all its own structures.
+  // The newest format is the smallest.
   checked(H5Pset_libver_bounds(properties, H5F_LIBVER_LATEST, H5F_LIBVER_LATEST));
   return properties;
 }

@@ -15,13 +15,6 @@ std::recursive_mutex& libraryMutex() {
   return *mutex;
 }
 
-/// Every file is closed by whoever opened it. After refusing a damaged one the library believes
-/// something to be open still, and would complain on standard error when the process ends.
-void declineCleaningAtExit() {
-  static const herr_t once = H5dont_atexit();
-  static_cast<void>(once);
-}
-
 // The innermost description says most.
 herr_t noteReason(unsigned, const H5E_error2_t* error, void* reason) {
   if (error->desc != nullptr) *static_cast<std::string*>(reason) = error->desc;
@@ -31,7 +24,6 @@ herr_t noteReason(unsigned, const H5E_error2_t* error, void* reason) {
 }  // namespace
 
 LibraryGuard::LibraryGuard() : lock_(libraryMutex()) {
-  declineCleaningAtExit();
   H5Eget_auto2(H5E_DEFAULT, &printer_, &argument_);
   H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
 }
