@@ -76,7 +76,10 @@ bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
       holdsTurn = true;
     }
   }
-  const int code = sqlite3_step(handle);
+  const int code = [&] {
+    const Tracing::Step timed(tracing, handle);
+    return sqlite3_step(handle);
+  }();
   if (code == SQLITE_ROW) return true;
   if (code == SQLITE_DONE) {
     endTurn(holdsTurn);
