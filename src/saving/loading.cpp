@@ -223,24 +223,35 @@ class Loading {
 /// What the data file complains of, in the words of loading.
 [[noreturn]] void raiseNotLoaded(const std::string& path, const kodiag::Message& cause) {
   const char* const key = cause.id.key == "CannotRead" ? "CouldNotReadMatFile" : "InvalidFile";
-  kodiag::raise({"nexstore:nex", key}, {{"Location", path}, {"Reason", cause.text()}}, {cause});
+  kodiag::raise({"nexstore:nex", key}, {{"Location", path}, {"Reason", reasonOf(cause)}});
 }
 
-}  // namespace
-
-Loaded load(ObjectManager& manager, const std::wstring& file) {
+/// Opens the file and hands it to `function`.
+template <class Function>
+auto withFile(const std::wstring& file, Function&& function) {
   const std::string path = text::toUtf8(file);
   try {
-    const datafile::DataFileReader reader(path);
-    const SavedFile saved(manager, reader);
-    manager.inTransaction([&] { Loading(manager, saved).perform(); });
-    return {static_cast<int>(saved.ofClass(strings::DataSet).size()),
-            static_cast<int>(saved.ofClass(strings::Signal).size())};
+    return function(datafile::DataFileReader(path));
   } catch (const kodiag::except::ExceptionWithCauses& error) {
     const kodiag::Message& cause = error.innermost();
     if (cause.id.component != "datafile:file") throw;
     raiseNotLoaded(path, cause);
   }
+}
+
+}  // namespace
+
+void checkFile(const std::wstring& file) {
+  withFile(file, [](const datafile::DataFileReader& reader) { readDescriptor(reader); });
+}
+
+Contents load(ObjectManager& manager, const std::wstring& file) {
+  return withFile(file, [&](const datafile::DataFileReader& reader) -> Contents {
+    const SavedFile saved(manager, reader);
+    manager.inTransaction([&] { Loading(manager, saved).perform(); });
+    return {static_cast<int>(saved.ofClass(strings::DataSet).size()),
+            static_cast<int>(saved.ofClass(strings::Signal).size())};
+  });
 }
 
 }  // namespace vela::saving

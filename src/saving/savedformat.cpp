@@ -74,6 +74,19 @@ host::HostArray recordOf(int objectID, const std::string& className, host::HostA
        {kRecordData, std::move(data)}});
 }
 
+std::string reasonOf(const kodiag::Message& message) {
+  const auto argument = [&](const char* name) {
+    const auto place =
+        std::ranges::find(message.arguments, name, &kodiag::Arguments::value_type::first);
+    return place == message.arguments.end() ? std::string() : place->second;
+  };
+  if (message.id.key == "NoSuchVariable") {
+    return "it has no variable \"" + argument("Variable") + "\"";
+  }
+  const std::string variable = argument("Variable");
+  return (variable.empty() ? "" : "variable \"" + variable + "\": ") + argument("Reason");
+}
+
 void refuseFile(const datafile::DataFileReader& file, const std::string& reason) {
   kodiag::raise({"nexstore:nex", "InvalidFile"},
                 {{"Location", file.path()}, {"Reason", reason}});

@@ -7,6 +7,7 @@
 
 #include "datafile/datafile.h"
 #include "host/arrays.h"
+#include "kodiag/message.h"
 
 namespace vela::saving {
 
@@ -52,6 +53,8 @@ Descriptor readDescriptor(const datafile::DataFileReader& file);
 /// {ID, Type, data}.
 host::HostArray recordOf(int objectID, const std::string& className, host::HostArray data = {});
 
+/// What a message of the data file says is wrong, without naming the file.
+std::string reasonOf(const kodiag::Message& message);
 /// Throws "nexstore:nex:InvalidFile".
 [[noreturn]] void refuseFile(const datafile::DataFileReader& file, const std::string& reason);
 /// refuseFile() unless the names are these, in this order.

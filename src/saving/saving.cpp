@@ -17,10 +17,9 @@ namespace {
 
 using kodiag::util::diagnostics;
 
-[[noreturn]] void raiseNotWritten(const std::string& file, const std::string& reason,
-                                  std::vector<kodiag::Message> causes = {}) {
+[[noreturn]] void raiseNotWritten(const std::string& file, const std::string& reason) {
   kodiag::raise({"nexstore:nex", "CouldNotWriteToMatFile"},
-                {{"Location", file}, {"Reason", reason}}, std::move(causes));
+                {{"Location", file}, {"Reason", reason}});
 }
 
 /// The new file would take the place of the repository with everything in it.
@@ -51,8 +50,8 @@ void putObject(datafile::DataFileWriter& file, ObjectManager& manager, ObjectRow
   data.finish();
 }
 
-void writeEverything(datafile::DataFileWriter& file, ObjectManager& manager,
-                     Set::Sessions sessions) {
+Contents writeEverything(datafile::DataFileWriter& file, ObjectManager& manager,
+                         Set::Sessions sessions) {
   const SavedObjects saved(manager, sessions);
   Progress progress("SavingProgressBar", L"Saving runs", saved.count());
   for (const std::string& className : savedClasses()) {
@@ -66,6 +65,8 @@ void writeEverything(datafile::DataFileWriter& file, ObjectManager& manager,
   const std::string database = manager.repository().databaseID(diag);
   diag.raiseIfAny();
   file.put(kDescriptor, toArray({hostVersion(), database}));
+  return {static_cast<int>(saved.ofClass(strings::DataSet).size()),
+          static_cast<int>(saved.ofClass(strings::Signal).size())};
 }
 
 /// Runs as one reading unit, so that nobody changes anything meanwhile.
@@ -80,17 +81,20 @@ void whileNothingChanges(ObjectManager& manager, Function&& function) {
 
 }  // namespace
 
-void save(ObjectManager& manager, const std::wstring& file, Set::Sessions sessions) {
+Contents save(ObjectManager& manager, const std::wstring& file, Set::Sessions sessions) {
   const std::string path = text::toUtf8(file);
   refuseRepository(file, path);
   try {
     datafile::DataFileWriter writer(path);
-    whileNothingChanges(manager, [&] { writeEverything(writer, manager, sessions); });
+    Contents contents;
+    whileNothingChanges(manager,
+                        [&] { contents = writeEverything(writer, manager, sessions); });
     writer.commit();
+    return contents;
   } catch (const kodiag::except::ExceptionWithCauses& error) {
     const kodiag::Message& cause = error.innermost();
     if (cause.id.component != "datafile:file") throw;
-    raiseNotWritten(path, cause.text(), {cause});
+    raiseNotWritten(path, reasonOf(cause));
   }
 }
 

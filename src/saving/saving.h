@@ -8,15 +8,19 @@
 
 namespace vela::saving {
 
-/// What ObjectManager::save does, for the runs of this instance or of all.
-void save(ObjectManager& manager, const std::wstring& file, Set::Sessions sessions);
-
-struct Loaded {
+/// What was saved or loaded.
+struct Contents {
   int runs = 0;
   int signals = 0;
 };
 
-/// What ObjectManager::load does. \returns what came
-Loaded load(ObjectManager& manager, const std::wstring& file);
+/// What ObjectManager::save does, for the runs of this instance or of all.
+Contents save(ObjectManager& manager, const std::wstring& file, Set::Sessions sessions);
+
+/// Throws what load() throws for a file that is not as it was written or holds no saved runs.
+/// What those hold is not looked at.
+void checkFile(const std::wstring& file);
+/// What ObjectManager::load does.
+Contents load(ObjectManager& manager, const std::wstring& file);
 
 }  // namespace vela::saving

@@ -26,8 +26,11 @@ std::string counted(std::uint64_t count, std::string_view noun);
 /// terminal or `quiet` is set.
 class ProgressBar {
  public:
-  /// \param total  amount of work in bytes; 0 when unknown
-  ProgressBar(std::string label, std::uint64_t total, bool quiet);
+  using Amount = std::string (*)(std::uint64_t);
+
+  /// \param total   amount of work; 0 when unknown
+  /// \param amount  an amount for people
+  ProgressBar(std::string label, std::uint64_t total, bool quiet, Amount amount = humanBytes);
   /// Wipes the bar.
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
@@ -40,6 +43,7 @@ class ProgressBar {
 
   std::string label_;
   std::uint64_t total_;
+  Amount amount_;
   bool shown_;
   Clock::time_point start_ = Clock::now();
   Clock::time_point lastDrawn_{};
