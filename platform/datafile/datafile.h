@@ -32,8 +32,13 @@ class DataFileWriter {
 
   /// A name is any text without a slash but "" and ".", used once.
   void put(const std::string& name, const host::HostArray& value);
-  /// The file is complete: flushes it to the disk and puts it in the target's place.
-  void commit();
+  enum class Durability {
+    fast,     ///< a killed process loses nothing; a power cut may lose the new file
+    durable,  ///< what is committed survives a power cut as well
+  };
+
+  /// The file is complete: puts it in the target's place.
+  void commit(Durability durability = Durability::durable);
 
  private:
   struct Impl;

@@ -18,8 +18,9 @@
 namespace datafile {
 namespace {
 
-/// Bytes that are read ahead of what is asked for.
-constexpr std::size_t kStepBytes = std::size_t{4} << 20;
+/// Bytes that are read ahead of what is asked for; as much and more is read to where it
+/// belongs.
+constexpr std::size_t kStepBytes = std::size_t{32} << 10;
 
 herr_t collectName(hid_t, const char* name, const H5L_info_t* link, void* names) {
   // A link that leads elsewhere is none of ours.

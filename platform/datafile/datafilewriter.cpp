@@ -80,6 +80,7 @@ struct DataFileWriter::Impl {
   std::string path;  ///< of the file being made
   DiskFile disk;
   Handle file;
+  std::string buffer;  ///< of the variable that is open
   bool hasOpenVariable = false;
   bool isWritten = false;
 
@@ -151,9 +152,12 @@ struct DataFileWriter::Impl {
   void moveIntoPlace() {
     if (rename(path.c_str(), target.c_str()) != 0) raise(std::strerror(errno));
     isWritten = true;
+  }
+
+  // The file is in its place; a folder that cannot be flushed changes nothing about that.
+  void flushFolder() const {
     const std::filesystem::path folder = std::filesystem::path(target).parent_path();
     const Descriptor opened(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_CLOEXEC));
-    // The file is in its place; a folder that cannot be flushed changes nothing about that.
     if (opened >= 0) fsync(opened);
   }
 
@@ -182,30 +186,33 @@ void DataFileWriter::put(const std::string& name, const host::HostArray& value) 
   variable.finish();
 }
 
-void DataFileWriter::commit() {
+void DataFileWriter::commit(Durability durability) {
   if (impl_->hasOpenVariable) impl_->raise("a variable was not finished");
+  const bool isDurable = durability == Durability::durable;
   impl_->closeLibraryFile();
   impl_->sealFile();
   impl_->takeOverMode();
-  impl_->flush();
+  if (isDurable) impl_->flush();
   impl_->moveIntoPlace();
+  if (isDurable) impl_->flushFolder();
 }
 
 struct DataFileWriter::Variable::Impl {
   DataFileWriter::Impl& writer;
   std::string name;
-  std::string bytes;  ///< encoded and not yet written
+  std::string& bytes;  ///< encoded and not yet written
   host::ArrayEncoder encoder{bytes};
   Handle dataset;  ///< open once more than one step is needed
   hsize_t written = 0;
 
   Impl(DataFileWriter::Impl& owner, std::string variableName)
-      : writer(owner), name(std::move(variableName)) {
+      : writer(owner), name(std::move(variableName)), bytes(owner.buffer) {
     if (writer.hasOpenVariable) writer.raise("another variable is not finished");
     if (name.empty() || name == "." || name.find('/') != std::string::npos) {
       writer.raise("\"" + name + "\" cannot be the name of a variable");
     }
     writer.hasOpenVariable = true;
+    bytes.clear();
   }
 
   ~Impl() {

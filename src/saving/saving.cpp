@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "kodiag/diagnostics.h"
+#include "objectmanager/opening.h"
 #include "objectmanager/repositorylock.h"
 #include "objects/strings.h"
 #include "saving/chunkrecords.h"
@@ -69,6 +70,14 @@ Contents writeEverything(datafile::DataFileWriter& file, ObjectManager& manager,
           static_cast<int>(saved.ofClass(strings::Signal).size())};
 }
 
+/// As durable as repositories are.
+datafile::DataFileWriter::Durability wantedDurability() {
+  using Durability = datafile::DataFileWriter::Durability;
+  const bool isDurable =
+      opening::optionsFromEnvironment().durability == sqldb::Durability::durable;
+  return isDurable ? Durability::durable : Durability::fast;
+}
+
 /// Runs as one reading unit, so that nobody changes anything meanwhile.
 template <class Function>
 void whileNothingChanges(ObjectManager& manager, Function&& function) {
@@ -89,7 +98,7 @@ Contents save(ObjectManager& manager, const std::wstring& file, Set::Sessions se
     Contents contents;
     whileNothingChanges(manager,
                         [&] { contents = writeEverything(writer, manager, sessions); });
-    writer.commit();
+    writer.commit(wantedDurability());
     return contents;
   } catch (const kodiag::except::ExceptionWithCauses& error) {
     const kodiag::Message& cause = error.innermost();

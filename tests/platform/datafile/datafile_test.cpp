@@ -89,11 +89,13 @@ TEST_F(DataFileTest, VariablesComeBackByTheirNames) {
   EXPECT_EQ(raisedBy([&] { reader.get("absent"); }), "datafile:file:NoSuchVariable");
 }
 
-// The pieces lie around the length from which a variable is written and read in several steps.
+// The pieces lie around the lengths from which a variable is written and read in several steps.
 TEST_F(DataFileTest, WhatIsWrittenInPiecesIsOneVariable) {
   const std::size_t step = std::size_t{4} << 20;
+  const std::size_t ahead = std::size_t{32} << 10;
   std::vector<HostArray> pieces;
-  for (const std::size_t length : {std::size_t{3}, step - 1, step, step + 1, 2 * step + 5}) {
+  for (const std::size_t length : {std::size_t{3}, ahead - 100, ahead - 1, ahead, ahead + 1,
+                                   step - 1, step, step + 1, 2 * step + 5}) {
     std::vector<std::uint8_t> bytes(length);
     for (std::size_t i = 0; i < length; ++i) bytes[i] = static_cast<std::uint8_t>(i * i / 251);
     pieces.push_back(HostArray::list(std::move(bytes)));
