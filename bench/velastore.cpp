@@ -68,3 +68,11 @@ void Vela::readRange(const Id& signal, double from, double to, std::vector<doubl
     return vela::SampleTarget{times.data(), reinterpret_cast<char*>(values.data()), nullptr};
   });
 }
+
+void Vela::save(const std::string& file) {
+  manager_.save(text::toWide(file));
+}
+
+void Vela::load(const std::string& file) {
+  manager_.load(text::toWide(file));
+}

@@ -37,6 +37,8 @@ class Vela {
   void read(const Id& signal, std::vector<double>& times, std::vector<double>& values);
   void readRange(const Id& signal, double from, double to, std::vector<double>& times,
                  std::vector<double>& values);
+  void save(const std::string& file);
+  void load(const std::string& file);
   double tolerance(const Id& signal) { return signal->getAbsTol(); }
   void setTolerance(const Id& signal, double tolerance) { signal->setAbsTol(tolerance); }
 

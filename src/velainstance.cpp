@@ -10,6 +10,7 @@
 
 #include "host/environment.h"
 #include "host/features.h"
+#include "objectmanager/findobjectstracer.h"
 #include "objectmanager/repositorylock.h"
 #include "objects/identifiers.h"
 
@@ -187,6 +188,25 @@ void VelaInstance::deleteDMR() {
   }
   ObjectManager::deletePersistentDMRfile();
   for (Entry* entry : shared) open(*entry, {}, {});
+}
+
+host::HostArray VelaInstance::getQueryLog() {
+  using Threads = FindObjectsTracer::Threads;
+  const auto tableFor = [this](Threads threads) {
+    std::vector<FindObjectsTracer::Row> rows;
+    for (Entry* entry : readyEntries()) {
+      for (auto& row : entry->manager->getFindObjectsTracer().rows(threads)) {
+        rows.push_back(std::move(row));
+      }
+    }
+    return tableOf(rows);
+  };
+  return host::HostArray::structure(
+      {{"MainThreadLog", tableFor(Threads::main)}, {"AllThreadsLog", tableFor(Threads::all)}});
+}
+
+void VelaInstance::purgeQueryLog() {
+  for (Entry* entry : readyEntries()) entry->manager->getFindObjectsTracer().reset();
 }
 
 void VelaInstance::disconnectAll() {

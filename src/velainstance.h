@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/arrays.h"
 #include "objectmanager/objectmanager.h"
 
 namespace vela {
@@ -60,6 +61,10 @@ class VelaInstance {
   void setIsRapidAccelProcess();
   /// Deletes the shared file and goes on with an empty one. Private files are not touched.
   void deleteDMR();
+  /// A 1-by-1 structure of the tables of object queries of all managers: "MainThreadLog", those
+  /// made by the thread that loaded the library, and "AllThreadsLog".
+  host::HostArray getQueryLog();
+  void purgeQueryLog();
   /// Closes all repositories and removes the private files; to be called before the process
   /// ends. The next getObjectManager opens anew.
   void disconnectAll();

@@ -1,9 +1,8 @@
 #include "bench/neighbours/hdf5store.h"
 
-#include <hdf5.h>
-
-#include <stdexcept>
 #include <type_traits>
+
+#include "bench/neighbours/hdf5check.h"
 
 namespace neighbours {
 namespace {
@@ -12,27 +11,6 @@ static_assert(std::is_same_v<hid_t, std::int64_t>);
 
 // The block length of the append benchmark, so that one append fills one chunk.
 constexpr hsize_t kSamplesPerChunk = 1000;
-
-template <typename Result>
-Result check(Result result, const char* operation) {
-  if (result < 0) throw std::runtime_error(std::string("HDF5: ") + operation + " failed");
-  return result;
-}
-
-// A handle that is closed at the end of its scope.
-class Scoped {
- public:
-  Scoped(hid_t handle, herr_t (*close)(hid_t), const char* operation)
-      : handle_(check(handle, operation)), close_(close) {}
-  ~Scoped() { close_(handle_); }
-  Scoped(const Scoped&) = delete;
-  Scoped& operator=(const Scoped&) = delete;
-  operator hid_t() const { return handle_; }
-
- private:
-  hid_t handle_;
-  herr_t (*close_)(hid_t);
-};
 
 void appendTo(hid_t dataset, std::size_t before, std::span<const double> numbers) {
   const hsize_t start = before;

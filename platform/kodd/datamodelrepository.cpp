@@ -160,6 +160,13 @@ MetamodelRef DataModelRepository::metamodel(diagnostics& diag) {
   return model;
 }
 
+std::string DataModelRepository::databaseID(diagnostics& diag) {
+  std::string id;
+  perform(*session_, "databaseID", diag,
+          [&] { id = kodd::databaseID(session_->database("databaseID")); });
+  return id;
+}
+
 ObjectRef DataModelRepository::createObject(const ClassRef& cls, diagnostics& diag) {
   ObjectRef object;
   perform(*session_, "create an object", diag, [&] {

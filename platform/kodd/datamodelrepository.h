@@ -52,6 +52,8 @@ class DataModelRepository {
   std::wstring location() const;
 
   MetamodelRef metamodel(kodiag::util::diagnostics& diag);
+  /// The UUID by which the repository file is told from every other; a copy has the same.
+  std::string databaseID(kodiag::util::diagnostics& diag);
 
   ObjectRef createObject(const ClassRef& cls, kodiag::util::diagnostics& diag);
   /// The object with that ID; empty when there is none of that class.

@@ -311,4 +311,8 @@ std::shared_ptr<const Layout> prepareSchema(sqldb::Database& database, const Met
   return std::make_shared<const Layout>(model, update->numbers());
 }
 
+std::string databaseID(sqldb::Database& database) {
+  return metaValue(database, "DbID");
+}
+
 }  // namespace kodd

@@ -45,4 +45,7 @@ struct StoredSchema {
 std::shared_ptr<const Layout> prepareSchema(sqldb::Database& database, const Metamodel& model,
                                             const std::string& schemaFile);
 
+/// The UUID given to the file when it was made.
+std::string databaseID(sqldb::Database& database);
+
 }  // namespace kodd

@@ -81,7 +81,10 @@ bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
   if (writes && beforeWrite) [[unlikely]] {
     watchStep(holdsTurn);
   }
-  const int code = sqlite3_step(handle);
+  const int code = [&] {
+    const Tracing::Step timed(tracing, handle);
+    return sqlite3_step(handle);
+  }();
   if (code == SQLITE_ROW) return true;
   if (code == SQLITE_DONE) {
     endTurn(holdsTurn);

@@ -15,6 +15,7 @@
 #include "hostobject.h"
 #include "known.h"
 #include "objects/signal.h"
+#include "progress.h"
 #include "pythonapi.h"
 #include "scripting/module.h"
 #include "streaming.h"
@@ -101,6 +102,11 @@ Samples that are appended join the newest chunk of their signal while that holds
   module.def("compareRuns", &compareRuns, py::arg("baseline"), py::arg("baselineRun"),
              py::arg("compared"), py::arg("comparedRun"), py::arg("settings"),
              py::arg("isStoring"));
+  module.def("set_progress", &setProgress, py::arg("function"), R"(
+Set the function that is told how far a long operation, saving or loading, is.
+
+It is called as function(message, value, maximum) in the thread of the operation. What it raises stops
+the operation, which then leaves no trace. None: nobody is told. Returns the function before.)");
   module.def("registerHostFunction", &registerHostFunction, py::arg("name"),
              py::arg("function"));
 }
@@ -116,6 +122,7 @@ int load(PyObject* self) {
     findKnown();
     initializeMethodType();
     registerBuiltInFunctions();
+    registerProgressTrackers();
     QueryOBFcnTable_nexstore()->initialize();
     addClasses(module);
     addFunctions(module);

@@ -11,7 +11,7 @@ from vela._runs import RepositoryFile, Run, Runs, open
 from vela._signals import Samples, Signal
 from vela._streams import Stream
 from vela._values import FixedPoint
-from vela._vela import Repository, setMinimumChunkNumBytes
+from vela._vela import Repository, set_progress, setMinimumChunkNumBytes
 
 __all__ = [
     "Comparison",
@@ -30,4 +30,5 @@ __all__ = [
     "host",
     "open",
     "setMinimumChunkNumBytes",
+    "set_progress",
 ]

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "kodd/datamodelrepository.h"
+#include "objectmanager/statementtimes.h"
 
 namespace vela::dbtrace {
 namespace {
@@ -34,7 +35,9 @@ void logStatement(std::string_view sql) {
   }
 }
 
-void logDuration(std::string_view sql, std::uint64_t nanoseconds) {
+void noteDuration(std::string_view sql, std::uint64_t nanoseconds) {
+  if (statementtimes::areEnabled()) statementtimes::record(sql, nanoseconds);
+  if (!profileEnabled) return;
   std::lock_guard lock(logMutex);
   if (const File log = openLog("dbprofile_log.txt")) {
     std::fprintf(log.get(), "%.4fs\t%.*s\n", static_cast<double>(nanoseconds) * 1e-09,
@@ -54,7 +57,9 @@ void enableProfile() {
 
 void install(kodd::DataModelRepository& repository) {
   if (traceEnabled) repository.setTraceCallback(logStatement);
-  if (profileEnabled) repository.setProfileCallback(logDuration);
+  if (profileEnabled || statementtimes::areEnabled()) {
+    repository.setProfileCallback(noteDuration);
+  }
 }
 
 }  // namespace vela::dbtrace

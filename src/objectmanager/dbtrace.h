@@ -13,7 +13,7 @@ void enableTrace();
 /// The same for "dbprofile_log.txt": seconds with four decimals and "s", a tab, the statement.
 void enableProfile();
 
-/// Installs what was enabled on an open repository.
+/// Installs what was enabled, statementtimes too, on an open repository.
 void install(kodd::DataModelRepository& repository);
 
 }  // namespace vela::dbtrace

@@ -51,13 +51,17 @@ kodd::MatchConstraints matchConstraints(
   return matches;
 }
 
-std::vector<std::string> constrainedProperties(
-    const std::vector<ObjectManager::Constraint>& constraints,
+std::vector<kodd::PropertyRef> constrainedProperties(
+    const kodd::ClassRef& cls, const std::vector<ObjectManager::Constraint>& constraints,
     const std::vector<ObjectManager::ObjectConstraint>& objectConstraints) {
-  std::vector<std::string> names;
-  for (const auto& constraint : constraints) names.push_back(constraint.get<0>());
-  for (const auto& constraint : objectConstraints) names.push_back(constraint.get<0>());
-  return names;
+  std::vector<kodd::PropertyRef> properties;
+  for (const auto& constraint : constraints) {
+    properties.push_back(cls.findProperty(constraint.get<0>()));
+  }
+  for (const auto& constraint : objectConstraints) {
+    properties.push_back(cls.findProperty(constraint.get<0>()));
+  }
+  return properties;
 }
 
 }  // namespace vela

@@ -26,9 +26,9 @@ std::vector<kodd::ObjectRef> findStoredObjects(kodd::DataModelRepository& reposi
 kodd::MatchConstraints matchConstraints(
     const kodd::ClassRef& cls, const std::vector<ObjectManager::Constraint>& constraints);
 
-/// The names of the constrained properties, in order.
-std::vector<std::string> constrainedProperties(
-    const std::vector<ObjectManager::Constraint>& constraints,
+/// The constrained properties, in order.
+std::vector<kodd::PropertyRef> constrainedProperties(
+    const kodd::ClassRef& cls, const std::vector<ObjectManager::Constraint>& constraints,
     const std::vector<ObjectManager::ObjectConstraint>& objectConstraints);
 
 }  // namespace vela

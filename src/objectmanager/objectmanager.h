@@ -235,6 +235,21 @@ class ObjectManager {
   void addObjectForBulkDeletion(kodd::ObjectRef& object);
   void commitBulkObjectDeletion(const kodd::ClassRef& cls);
 
+  /// Writes this instance's runs that are not marked for deletion, with everything that belongs
+  /// to them, and its signals and streams without a run, to a data file. Reports to the tracker
+  /// "SavingProgressBar". Until the new file is whole the old one is untouched.
+  ///
+  /// \param option  without meaning
+  /// \throws "nexstore:nex:CouldNotWriteToMatFile"; what a tracker throws
+  void save(const std::wstring& file, const std::string& option = {});
+  /// Reads such a file, written by any instance: everything in it becomes this instance's own,
+  /// beside what is there, with run numbers and places that follow. Only units and data types
+  /// that are there already are shared. The instance's overwrite run is removed. Reports to the
+  /// tracker "LoadingProgressBar". All or nothing.
+  ///
+  /// \throws "nexstore:nex:CouldNotReadMatFile", "InvalidFile"; what a tracker throws
+  void load(const std::wstring& file, const std::string& option = {});
+
   FindObjectsTracer& getFindObjectsTracer();
   /// Repositories opened afterwards log every statement to "dbtrace_log.txt" in the current
   /// directory.

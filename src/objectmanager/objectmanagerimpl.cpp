@@ -218,7 +218,7 @@ void ObjectManagerImpl::findObjects(
   for (const kodd::ObjectRef& object : findStoredObjects(repository_, search)) {
     results.push_back(handle(object).release());
   }
-  tracer_.record(className, constrainedProperties(constraints, objectConstraints),
+  tracer_.record(search.cls, constrainedProperties(search.cls, constraints, objectConstraints),
                  secondsSince(start));
 }
 
@@ -229,7 +229,7 @@ void ObjectManagerImpl::findObjects(ObjectRef& parent, const std::string& childC
   const auto start = std::chrono::steady_clock::now();
   const kodd::ClassRef cls = childClassOf(parent, childClass);
   appendChildren(parent, childClass, matchConstraints(cls, constraints), results);
-  tracer_.record(childClass, constrainedProperties(constraints, {}), secondsSince(start));
+  tracer_.record(cls, constrainedProperties(cls, constraints, {}), secondsSince(start));
 }
 
 void ObjectManagerImpl::beginTransaction() {

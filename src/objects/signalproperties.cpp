@@ -10,6 +10,7 @@
 #include "objects/signalstate.h"
 #include "objects/strings.h"
 #include "objects/textlist.h"
+#include "objects/units.h"
 #include "text/utf8.h"
 
 namespace vela {
@@ -33,32 +34,6 @@ std::vector<char> blobOf(const ObjectRef& object, const std::string& property) {
   std::vector<char> bytes;
   object.getProperty(property, bytes);
   return bytes;
-}
-
-std::unique_ptr<ObjectRef> createUnit(ObjectManager& manager, long long checksum,
-                                      const std::wstring& label) {
-  std::vector<ObjectManager::InitialProperty> values = {
-      {strings::Checksum, &checksum, ObjectConstructorPropType::int64},
-      {strings::Label, &label, ObjectConstructorPropType::uString}};
-  return manager.createObject(strings::Unit, values, true);
-}
-
-/// The number by which signals name the unit of that label, which is stored if it is not yet; 0
-/// for an empty one. Labels of one checksum take the numbers that follow it.
-long long unitNumber(ObjectManager& manager, const std::wstring& label) {
-  if (label.empty()) return 0;
-  auto number = static_cast<long long>(
-      static_cast<unsigned>(CheckSum().add(text::toUtf8(label)).value()));
-  for (;; ++number) {
-    // No unit is told by 0.
-    if (number == 0) continue;
-    const auto unit = findFirst(manager, strings::Unit, {equals(strings::Checksum, number)});
-    if (!unit) {
-      createUnit(manager, number, label);
-      return number;
-    }
-    if (unit->getPropertyUString(strings::Label) == label) return number;
-  }
 }
 
 /// The part behind the last "/" that stands alone; a doubled one belongs to a name.

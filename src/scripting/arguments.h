@@ -154,6 +154,15 @@ struct IDNamed {
   }
 };
 
+/// The path of a file.
+template <Literal name>
+struct FileName : Wide<name> {
+  static host::Parameter declared() { return Wide<name>::declared().fileName(); }
+  static FileName read(Call& call, const host::InputValue& given) {
+    return {Wide<name>::read(call, given)};
+  }
+};
+
 /// The inputs behind the declared ones.
 struct Further {
   std::span<const host::InputValue> inputs;

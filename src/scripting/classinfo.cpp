@@ -18,6 +18,8 @@ VelaRepositoryCOSClassInfo::VelaRepositoryCOSClassInfo() {
   Methods methods;
   addInstanceMethods(methods);
   addObjectMethods(methods);
+  addFileMethods(methods);
+  addTraceMethods(methods);
   addTransactionMethods(methods);
   addRunCreationMethods(methods);
   addRunPropertyMethods(methods);

@@ -7,6 +7,8 @@ namespace vela::scripting {
 
 void addInstanceMethods(Methods& methods);
 void addObjectMethods(Methods& methods);
+void addFileMethods(Methods& methods);
+void addTraceMethods(Methods& methods);
 void addTransactionMethods(Methods& methods);
 void addRunCreationMethods(Methods& methods);
 void addRunPropertyMethods(Methods& methods);

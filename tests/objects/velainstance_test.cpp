@@ -182,6 +182,25 @@ TEST_F(VelaInstanceDeathTest, AFailedOpeningIsTriedAgain) {
   });
 }
 
+TEST_F(VelaInstanceDeathTest, TheQueryLogTellsWhatTheMainThreadAndWhatAllAsked) {
+  EXPECT_IN_OWN_PROCESS([&] {
+    const auto rows = [](const char* log) {
+      return instance().getQueryLog().field(log).dimensions()[0];
+    };
+    repository();
+    instance().purgeQueryLog();
+    EXPECT_EQ(instance().getQueryLog().fieldNames(),
+              (std::vector<std::string>{"MainThreadLog", "AllThreadsLog"}));
+    boost::ptr_vector<ObjectRef> found;
+    repository().findObjects(strings::DataSet, {}, found);
+    std::thread([&] { repository().findObjects(strings::Unit, {}, found); }).join();
+    EXPECT_EQ(rows("MainThreadLog"), 2u);
+    EXPECT_EQ(rows("AllThreadsLog"), 3u);
+    instance().purgeQueryLog();
+    EXPECT_EQ(rows("AllThreadsLog"), 1u);
+  });
+}
+
 TEST_F(VelaInstanceDeathTest, DeletingTheSharedFileGoesOnWithAnEmptyOne) {
   EXPECT_IN_OWN_PROCESS([&] {
     ObjectManager& manager = repository();

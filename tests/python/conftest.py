@@ -16,6 +16,11 @@ import pytest
 import vela
 
 
+@pytest.fixture(autouse=True)
+def own_folder(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+
+
 @pytest.fixture
 def path(tmp_path):
     return tmp_path / "runs.dmr"

@@ -16,7 +16,8 @@ NAMES = set("""
 createObject removeObject setProperty getProperty addChild removeChild getChildren findObjects
 getSource getLock setLock beginTransaction commitTransaction rollbackTransaction safeTransaction
 throwCorruptDatabase hasBeenCreated sessionRequiresRaccelImport setPersistentDMRFeature
-clearRepositoryFile
+clearRepositoryFile load save getQueryLog purgeQueryLog enableDBTrace enableDBProfile
+getTracerResults resetTracer
 
 createRun createEmptyRun createViewRun createComparisonRun copyRun getRunData setRunData removeRun
 deleteAllRuns deleteRunsAndSignals purgeDeletedRuns hasDataFromPriorSession
@@ -131,6 +132,7 @@ SIGNATURE_REFUSES = {
     "int": [TypeError, TypeError, OverflowError, TypeError, TypeError, None, None, TypeError],
     "float": [TypeError, TypeError, None, None, TypeError, None, None, TypeError],
     "bool": [TypeError] * 8,
+    "str | os.PathLike[str]": [TypeError, ValueError, TypeError, TypeError, None, TypeError, TypeError, TypeError],
     "str": [TypeError, ValueError, TypeError, TypeError, None, TypeError, TypeError, TypeError],
     "Sequence[int]": [TypeError, TypeError, OverflowError, TypeError, TypeError, None, None, TypeError],
     "Any": [TypeError, ValueError, OverflowError] + [None] * 5,

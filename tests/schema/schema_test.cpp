@@ -57,6 +57,17 @@ TEST_P(SchemaTest, PutsBlobsBehindEverythingElse) {
   }
 }
 
+// Saved, a reference has the name of such a property.
+TEST_P(SchemaTest, KeepsTheSavedNamesOfReferencesFree) {
+  for (const ClassInfo* cls : model_.classes()) {
+    for (const auto& property : cls->properties) {
+      if (property->kind != PropertyKind::reference) continue;
+      EXPECT_FALSE(cls->byName.contains("FK_" + property->name))
+          << cls->name << "." << property->name;
+    }
+  }
+}
+
 TEST(RunSchema, RemembersOldIDsOfEverythingButSamples) {
   const std::set<std::string> samples = {"Chunk", "TimeChunk", "DataChunk"};
   for (const ClassInfo* cls : load("schema.xml").classes()) {

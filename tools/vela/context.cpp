@@ -13,6 +13,12 @@ void addCommonOptions(CLI::App& command, Context& context) {
   command.add_flag(
       "--durable", context.durable,
       "Committed work survives a power cut too (slower; or VELA_DURABILITY=durable)");
+  addTraceOption(command, context);
+}
+
+void addTraceOption(CLI::App& command, Context& context) {
+  command.add_flag("--trace", context.trace,
+                   "Tell on standard error which database statements took how long");
 }
 
 }  // namespace vela::tool

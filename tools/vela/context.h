@@ -20,12 +20,15 @@ struct Context {
   bool json = false;
   bool quiet = false;
   bool durable = false;
+  bool trace = false;  ///< tell at the end which statements took how long
   /// What the chosen subcommand does; set while the command line is read.
   std::function<ExitCode()> command;
 };
 
 /// Adds the options every command takes.
 void addCommonOptions(CLI::App& command, Context& context);
+/// The one of them that may stand before the command too.
+void addTraceOption(CLI::App& command, Context& context);
 
 void addImportCommand(CLI::App& app, Context& context);
 void addListCommand(CLI::App& app, Context& context);
@@ -39,6 +42,8 @@ void addUndoCommand(CLI::App& app, Context& context);
 void addSpaceCommands(CLI::App& app, Context& context);
 void addCheckCommand(CLI::App& app, Context& context);
 void addSalvageCommand(CLI::App& app, Context& context);
+void addSaveCommand(CLI::App& app, Context& context);
+void addLoadCommand(CLI::App& app, Context& context);
 void addCompletionCommand(CLI::App& app, Context& context);
 
 }  // namespace vela::tool

@@ -3,9 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 
 #include "kodiag/diagnostics.h"
 #include "tools/vela/context.h"
+#include "tools/vela/statementreport.h"
 #include "tools/vela/terminal.h"
 #include "tools/vela/version.h"
 
@@ -44,7 +46,10 @@ ExitCode run(int argc, char** argv) {
   addSpaceCommands(app, context);
   addCheckCommand(app, context);
   addSalvageCommand(app, context);
+  addSaveCommand(app, context);
+  addLoadCommand(app, context);
   addCompletionCommand(app, context);
+  addTraceOption(app, context);
 
   try {
     app.parse(argc, argv);
@@ -57,6 +62,8 @@ ExitCode run(int argc, char** argv) {
     context.repository = repository;
   }
   if (context.durable) setenv("VELA_DURABILITY", "durable", 1);
+  const std::optional<StatementReport> report =
+      context.trace ? std::make_optional<StatementReport>() : std::nullopt;
   return context.command();
 }
 

@@ -81,11 +81,10 @@ std::string counted(std::uint64_t count, std::string_view noun) {
   return std::to_string(count) + " " + std::string(noun) + (count == 1 ? "" : "s");
 }
 
-ProgressBar::ProgressBar(std::string label, std::uint64_t total, bool quiet,
-                         std::string (*textOf)(std::uint64_t))
+ProgressBar::ProgressBar(std::string label, std::uint64_t total, bool quiet, Amount amount)
     : label_(std::move(label)),
       total_(total),
-      textOf_(textOf),
+      amount_(amount),
       shown_(!quiet && stderrIsTerminal()) {}
 
 ProgressBar::~ProgressBar() {
@@ -97,14 +96,14 @@ void ProgressBar::update(std::uint64_t done) {
   if (!shown_ || now - lastDrawn_ < std::chrono::milliseconds(100)) return;
   lastDrawn_ = now;
 
-  std::string line = label_ + "  " + textOf_(done);
+  std::string line = label_ + "  " + amount_(done);
   if (total_ > 0) {
     constexpr int kWidth = 24;
     const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
     const auto filled = static_cast<int>(share * kWidth);
     line = label_ + " [" + std::string(static_cast<std::size_t>(filled), '#') +
-           std::string(static_cast<std::size_t>(kWidth - filled), '.') + "] " + textOf_(done) +
-           " of " + textOf_(total_);
+           std::string(static_cast<std::size_t>(kWidth - filled), '.') + "] " + amount_(done) +
+           " of " + amount_(total_);
     const double elapsed = std::chrono::duration<double>(now - start_).count();
     if (share > 0.02) line += ", " + remaining(elapsed * (1 - share) / share);
   }

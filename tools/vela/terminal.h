@@ -30,10 +30,11 @@ std::string counted(std::uint64_t count, std::string_view noun);
 /// terminal or `quiet` is set.
 class ProgressBar {
  public:
-  /// \param total  amount of work; 0 when unknown
-  /// \param textOf  an amount in words
-  ProgressBar(std::string label, std::uint64_t total, bool quiet,
-              std::string (*textOf)(std::uint64_t) = humanBytes);
+  using Amount = std::string (*)(std::uint64_t);
+
+  /// \param total   amount of work; 0 when unknown
+  /// \param amount  an amount for people
+  ProgressBar(std::string label, std::uint64_t total, bool quiet, Amount amount = humanBytes);
   /// Wipes the bar.
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
@@ -46,7 +47,7 @@ class ProgressBar {
 
   std::string label_;
   std::uint64_t total_;
-  std::string (*textOf_)(std::uint64_t);
+  Amount amount_;
   bool shown_;
   Clock::time_point start_ = Clock::now();
   Clock::time_point lastDrawn_{};

@@ -1,6 +1,9 @@
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <map>
+#include <thread>
 #include <vector>
 
 #include "sqldbtest.h"
@@ -214,6 +217,27 @@ TEST_F(StatementTest, ShowsEveryStatementToItsWatchers) {
   db_.setProfileCallback({});
   insert(db_, 2);
   EXPECT_EQ(traced.size(), 3U);
+}
+
+// A query is not charged with what its reader does between two rows.
+TEST_F(StatementTest, TimesAreThoseOfTheEngine) {
+  for (int i = 0; i < 3; ++i) insert(db_, i);
+  std::map<std::string, std::uint64_t> times;
+  db_.setProfileCallback(
+      [&](std::string_view sql, std::uint64_t time) { times[std::string(sql)] += time; });
+  const std::string quick = "SELECT * FROM t";
+  {
+    Statement query = db_.statement(quick);
+    while (query.step()) std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  }
+  const std::string slow =
+      "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c WHERE x<200000) "
+      "SELECT count(*) FROM c";
+  db_.queryText(slow);
+  EXPECT_GT(times[quick], 0u);
+  EXPECT_LT(times[quick], 60'000'000u);
+  EXPECT_GT(times[slow], 1'000'000u);
+  db_.setProfileCallback({});
 }
 
 }  // namespace
