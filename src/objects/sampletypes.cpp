@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "objectmanager/objectmanager.h"
+#include "objects/classdef.h"
 #include "objects/datatypes.h"
 #include "objects/strings.h"
 
@@ -56,6 +57,18 @@ std::optional<fxpDataTypeProp> fixedPointTypeOf(ObjectManager& manager, int data
   properties.containerBytes = fixedpoint::containerBytesFor(properties.wordLength);
   readScaling(*definition, properties);
   return properties;
+}
+
+std::unique_ptr<ClassDef> enumerationOf(ObjectManager& manager, int dataType) {
+  const std::unique_ptr<ObjectRef> type = findDataType(manager, dataType);
+  if (!type || type->getPropertyStdString(strings::Classification) != strings::Enumeration) {
+    return nullptr;
+  }
+  bool found = false;
+  std::unique_ptr<ObjectRef> definition =
+      manager.findObject(type->getPropertyInt32(strings::FK_DataTypeDefinitionID),
+                         strings::ClassDefinition, found);
+  return found ? std::make_unique<ClassDef>(std::move(definition)) : nullptr;
 }
 
 }  // namespace vela

@@ -1,6 +1,7 @@
 // What the data type of a signal says about its samples.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -8,6 +9,7 @@
 
 namespace vela {
 
+class ClassDef;
 class ObjectManager;
 
 /// Classification, or name of the built-in type, of the "DataType" with that ID; empty when
@@ -16,5 +18,8 @@ std::string typeLabelOf(ObjectManager& manager, int dataType);
 
 /// The fixed-point type that "DataType" stands for; none for any other.
 std::optional<fxpDataTypeProp> fixedPointTypeOf(ObjectManager& manager, int dataType);
+
+/// The enumeration that "DataType" stands for; null for any other.
+std::unique_ptr<ClassDef> enumerationOf(ObjectManager& manager, int dataType);
 
 }  // namespace vela

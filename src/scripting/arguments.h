@@ -124,6 +124,16 @@ struct RunNamed {
 };
 using Run = RunNamed<"runID">;
 
+/// The same where the ID is declared as an integer.
+struct RunByNumber : RunNamed<"runID"> {
+  static host::Parameter declared() { return {"int32 scalar", "runID"}; }
+  static RaisedIDs raised() { return {"nexstore:nex:NoSuchRun"}; }
+  static RunByNumber read(Call& call, const host::InputValue& given) {
+    const auto id = host::HostArray::scalar(std::get<std::int32_t>(given));
+    return {{runFromID(*call.manager, id, call.method)}};
+  }
+};
+
 /// A signal given by its ID.
 template <Literal name>
 struct SignalNamed {
@@ -141,6 +151,22 @@ struct SignalNamed {
   }
 };
 using SignalByID = SignalNamed<"signalID">;
+
+/// A signal given by its ID, or none given by an empty array.
+template <Literal name>
+struct SignalOrNone {
+  boost::shared_ptr<Signal> signal;
+
+  Signal* get() const { return signal.get(); }
+
+  static host::Parameter declared() { return SignalNamed<name>::declared(); }
+  static RaisedIDs raised() { return SignalNamed<name>::raised(); }
+  static SignalOrNone read(Call& call, const host::InputValue& given) {
+    const auto& id = std::get<host::HostArray>(given);
+    if (id.isNumeric() && id.isEmpty()) return {};
+    return {signalFromID(*call.manager, id, call.method)};
+  }
+};
 
 /// An ID that may name nothing.
 template <Literal name>

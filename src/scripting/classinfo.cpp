@@ -31,6 +31,13 @@ VelaRepositoryCOSClassInfo::VelaRepositoryCOSClassInfo() {
   addPausedModelMethods(methods);
   addHarnessMethods(methods);
   addSelectionMethods(methods);
+  addSignalCreationMethods(methods);
+  addSignalDataMethods(methods);
+  addSignalTreeMethods(methods);
+  addSignalComparisonMethods(methods);
+  addSignalAppearanceMethods(methods);
+  addSignalPropertyMethods(methods);
+  addSignalLookupMethods(methods);
   methods_ = methods.take();
 }
 

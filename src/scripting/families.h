@@ -20,5 +20,12 @@ void addOverwriteMethods(Methods& methods);
 void addPausedModelMethods(Methods& methods);
 void addHarnessMethods(Methods& methods);
 void addSelectionMethods(Methods& methods);
+void addSignalCreationMethods(Methods& methods);
+void addSignalDataMethods(Methods& methods);
+void addSignalTreeMethods(Methods& methods);
+void addSignalComparisonMethods(Methods& methods);
+void addSignalAppearanceMethods(Methods& methods);
+void addSignalPropertyMethods(Methods& methods);
+void addSignalLookupMethods(Methods& methods);
 
 }  // namespace vela::scripting

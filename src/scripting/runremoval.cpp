@@ -7,21 +7,16 @@
 #include "objects/strings.h"
 #include "scripting/applications.h"
 #include "scripting/emptyrepository.h"
-#include "scripting/errors.h"
 #include "scripting/families.h"
 #include "scripting/method.h"
+#include "scripting/streaming.h"
 #include "velainstance.h"
 
 namespace vela::scripting {
 namespace {
 
-[[noreturn]] void raiseStreaming(const char* kind, int id) {
-  throwScriptingError({"nexstore:nex", "DeleteStreamingSignal"},
-                      {{"Operand", kind + std::to_string(id)}});
-}
-
 void removeRun(Repository, Run run) {
-  if (run->isActivelyStreaming()) raiseStreaming("Run ", run->getID());
+  if (run->isActivelyStreaming()) raiseStreaming("Run", run->getID());
   run->remove();
 }
 
@@ -68,10 +63,10 @@ Members membersNamed(ObjectManager& manager, const host::HostArray& ids) {
     boost::shared_ptr<Set> run;
     boost::shared_ptr<Signal> signal;
     if (Set::lookupSet(id, run, manager)) {
-      if (run->isActivelyStreaming()) raiseStreaming("Run ", id);
+      if (run->isActivelyStreaming()) raiseStreaming("Run", id);
       members.runs.push_back(run);
     } else if (Signal::lookupSignal(id, signal, manager)) {
-      if (signal->getIsActivelyStreaming()) raiseStreaming("Signal ", id);
+      requireNoneStreams(manager, id);
       members.signals.push_back(signal);
     }
   }

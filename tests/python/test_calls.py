@@ -35,6 +35,24 @@ setShowRunAtTop addPausedModel removePausedModel getRunIDFromModel updatePausedM
 getRunHarnessModelMetaData setRunHarnessModelMetaData getUniqueRunAndSignalIDs
 getCheckedSignalsFromDbIDs runHasEnumSignals runHasCustomHierarchy runHasDataHierarchy
 
+createSignal createDoubleScalarSignal add appendSignalData getSignalDataValues setSignalDataValues
+getHierarchicalSignalData getLeafDataFromStructuredData getNumberOfChunks rollback remove
+mergeSignals setParent getSignalParent getSignalChildren getSignalSource findCopiedCompareSignal
+findAlignedSignalFromRun addSignalComparison updateSignalComparison getIsWithinTol getSignalAbsTol
+setSignalAbsTol getSignalRelTol setSignalRelTol getSignalAlignedBy getSignalSyncMethod
+setSignalSyncMethod getSignalInterpMethod setSignalInterpMethod getSignalLineColor
+setSignalLineColor getSignalLineDashed setSignalLineDashed getSignalMarker setSignalMarker
+getSignalSourceType setSignalSourceType getSignalMetaData setSignalMetaData getSignalChecked
+setSignalChecked getSignalSampleDims setSignalSampleDims getSignalChannel
+getSignalComplexityAndLeafPath getSignalBlockSource setSignalBlockSource
+getSignalHierarchyReference setSignalHierarchyReference setLeafBusSignal getSignalTimeSource
+getSignalRootSource getRootDataSource getSignalDataSource setSignalDataSource getSignalModelSource
+getSignalExportProps getSignalLabel setSignalLabel getSignalName getSignalSID getUnit setUnit
+getSignalDataTypeLabel getSignalPortIndex getSignalRunID getSignalTimeDim getSignalIDByDataSource
+getSignalIDByIndex getAllCheckedSignals getLeavesForInstrumentedSignal getHierarchicalSignalRootID
+signalIsInHierarchy signalIsEmpty isEnum isValidSignal isSignalCountZero isSignalStreamed
+getSignalIsActivelyStreaming clearMinMaxDirectReadOkayFlag resetSignalColors
+
 close
 """.split())
 
@@ -137,8 +155,8 @@ SIGNATURE_REFUSES = {
     "Sequence[int]": [TypeError, TypeError, OverflowError, TypeError, TypeError, None, None, TypeError],
     "Any": [TypeError, ValueError, OverflowError] + [None] * 5,
 }
-# These ask whether there is such a run, or look for runs by what they once were.
-ANSWERS_FOR_ANY_NUMBER = {"isValidRunID", "runHasEnumSignals", "updatePausedModelRunID"}
+# These ask whether there is such a run or signal, or look for runs by what they once were.
+ANSWERS_FOR_ANY_NUMBER = {"isValidRunID", "isValidSignal", "runHasEnumSignals", "updatePausedModelRunID"}
 
 
 def is_id(parameter):

@@ -1,6 +1,7 @@
 // All methods with inputs they must refuse.
 #include <algorithm>
 #include <complex>
+#include <set>
 
 #include "kodiag/catalog.h"
 #include "scriptingtest.h"
@@ -96,8 +97,12 @@ bool namesRun(const Parameter& parameter) {
          (parameter.name == "runID" || parameter.name == "oldRunID" ||
           parameter.name == "newRunID");
 }
+/// Of these, some also take an empty array for none.
 bool namesSignal(const Parameter& parameter) {
-  return parameter.kind == ValueKind::any && parameter.name == "signalID";
+  static const std::set<std::string> names = {
+      "signalID", "parentID", "targetID", "sourceID", "comparisonID", "baseline", "compareTo"};
+  return parameter.kind == ValueKind::any && names.contains(parameter.name) &&
+         !parameter.isOptional;
 }
 
 class InputsTest : public test::ScriptingTest {
@@ -197,8 +202,9 @@ TEST_F(InputsTest, IDsThatNameNothingOrAnotherClassAreRefused) {
   };
   sweep(bad, [](const host::COSMethodInfo& method, const Parameter& parameter, const auto&,
                 const std::string& id) {
-    const bool answersFalse =
-        method.name() == "isValidRunID" || method.name() == "runHasEnumSignals";
+    const bool answersFalse = method.name() == "isValidRunID" ||
+                              method.name() == "isValidSignal" ||
+                              method.name() == "runHasEnumSignals";
     EXPECT_EQ(id, answersFalse          ? ""
                   : namesRun(parameter) ? "nexstore:nex:NoSuchRun"
                                         : "nexstore:nex:NoSuchSignal");
