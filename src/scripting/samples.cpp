@@ -35,10 +35,9 @@ std::size_t productOf(const std::vector<std::size_t>& dims) {
 }
 
 std::string shapeText(const std::vector<std::size_t>& dims) {
-  if (dims.empty()) return "scalar";
   std::string text;
-  for (const std::size_t dim : dims) text += (text.empty() ? "" : "x") + std::to_string(dim);
-  return text;
+  for (const std::size_t dim : dims) text += (text.empty() ? "" : ", ") + std::to_string(dim);
+  return "(" + text + ")";
 }
 
 /// Dimensions of 1 alone make a scalar.
@@ -104,7 +103,7 @@ void requireShape(const Streams& streams, const GivenValues& values,
   // Without samples there is no shape to be wrong.
   if (given != expected && values.samples() > 0) {
     refuse("InvalidDimensions", operation,
-           "the samples of the signal are of shape " + shapeText(expected) + ", those given " +
+           "samples of the signal have the shape " + shapeText(expected) + ", those given " +
                shapeText(given));
   }
   if (values.isComplex() && !streams.isComplex) {

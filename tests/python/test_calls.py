@@ -130,7 +130,7 @@ def test_calls_of_the_wrong_form_name_method_and_input(repo):
             call()
 
 
-# Inputs that fit a declared type; of "any", an ID of nothing.
+# Inputs that fit a declared type; of "any" that is no ID, a number.
 FITTING = {"int": 1, "float": 1.0, "bool": True, "str": "text", "Sequence[int]": [], "Any": 0,
            "str | os.PathLike[str]": "text"}
 
@@ -159,14 +159,32 @@ SIGNATURE_REFUSES = {
 ANSWERS_FOR_ANY_NUMBER = {"isValidRunID", "isValidSignal", "runHasEnumSignals", "updatePausedModelRunID"}
 
 
+# Lists of bytes, for which the IDs of the sweep are out of range.
+BYTES = {"plots"}
+# IDs of signals that are not called so.
+SIGNALS = {"signalID", "parentID", "targetID", "sourceID", "comparisonID", "baseline", "compareTo"}
+
+
 def is_id(parameter):
-    return parameter.endswith("ID")
+    return parameter.endswith("ID") or parameter in SIGNALS
+
+
+def fitting(parameter, annotation, run, signal):
+    if annotation == "Any" and parameter in SIGNALS:
+        return signal
+    if annotation in ("Any", "int") and parameter.lower().endswith("runid"):
+        return run
+    return FITTING[annotation]
 
 
 def contents(repo):
-    """Everything a bad call must leave alone."""
-    return [(run, repo.getRunName(run), repo.getRunTag(run), repo.getRunNumber(run),
-             repo.getSignalCount(run)) for run in repo.getAllRunIDs()]
+    """Everything a bad call must leave alone, as a text: NaN differs from itself."""
+    return repr([(run, repo.getRunName(run), repo.getRunTag(run), repo.getRunNumber(run),
+             repo.getSignalCount(run),
+             [(repo.getSignalName(signal), repo.getUnit(signal), repo.getSignalAbsTol(signal),
+               repo.getSignalLineColor(signal).tolist(), repo.getSignalParent(signal),
+               repo.getSignalDataValues(signal).tolist()) for signal in repo.getAllSignalIDs(run)])
+            for run in repo.getAllRunIDs()])
 
 
 @pytest.mark.parametrize("name", sorted(METHODS))
@@ -186,12 +204,17 @@ def test_calls_need_the_declared_number_of_inputs(repo, name):
     for position in range(len(entry["inputs"]))])
 def test_bad_inputs_are_refused_and_change_nothing(repo, run, name, position):
     declared = METHODS[name]["inputs"]
-    parameter, annotation, _ = declared[position]
+    parameter, annotation, optional = declared[position]
     other = repo.createObject("RunNumberByRunID")
+    signal = repo.createSignal(run)
+    repo.appendSignalData(signal, [0, 1], [1.5, 2.5])
     for (what, bad), refusal in zip(BAD.items(), SIGNATURE_REFUSES[annotation]):
-        inputs = [FITTING[kind] for _, kind, optional in declared[:position]]
+        if parameter in BYTES and what.startswith("an ID"):
+            refusal = OverflowError
+        inputs = [fitting(each, kind, run, signal) for each, kind, _ in declared[:position]]
         inputs.append(other if what == "an ID of another class" else bad)
-        inputs += [FITTING[kind] for _, kind, optional in declared[position + 1:] if not optional]
+        inputs += [fitting(each, kind, run, signal)
+                   for each, kind, optional in declared[position + 1:] if not optional]
         before = contents(repo)
         try:
             getattr(repo, name)(*inputs)
@@ -204,7 +227,7 @@ def test_bad_inputs_are_refused_and_change_nothing(repo, run, name, position):
         else:
             assert refusal is None, what
             # Numbers that are no ID and IDs of something else are for the method to find out.
-            names_nothing = annotation == "Any" and is_id(parameter)
+            names_nothing = annotation == "Any" and is_id(parameter) and not optional
             answers = name in ANSWERS_FOR_ANY_NUMBER and isinstance(inputs[position], (int, float))
             assert answers or not names_nothing, what
             continue
