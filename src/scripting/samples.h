@@ -60,15 +60,16 @@ void appendSamples(const Streams& streams, const host::HostArray& times,
 void replaceValues(const Streams& streams, const GivenValues& values,
                    const std::string& operation);
 
+struct Samples {
+  host::HostArray times;
+  host::HostArray values;
+};
+
 /// The samples with start <= time <= end. Part of a read unit.
 ///
 /// Values have the class of the signal's type, those of a matrix signal shape (n, ...).
 /// \throws "nexstore:nex:InvalidData" when the parts of the signal have different times or
 ///         types, or stored bytes do not fit their type
-struct Samples {
-  host::HostArray times;
-  host::HostArray values;
-};
 Samples readSamples(const Streams& streams, double start, double end,
                     const std::string& operation);
 /// The same without the times of a plain signal.
@@ -76,7 +77,7 @@ host::HostArray readValues(const Streams& streams, double start, double end,
                            const std::string& operation);
 
 /// Stored bytes of one signal's samples as the array a script gets.
-/// \throws "nexstore:nex:InvalidDimensions" when they are no whole elements of its type
+/// \throws "nexstore:nex:InvalidData" when they are no whole elements of its type
 host::HostArray arrayOfStored(const Signal& signal, std::vector<char> bytes,
                               const std::string& operation);
 

@@ -1,4 +1,5 @@
 // New signals.
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
@@ -94,10 +95,8 @@ int portIn(const HostArray& given) {
   return port;
 }
 
-using NamedValues = HostArray;
-
 /// A structure, or nothing.
-NamedValues metadataIn(const HostArray& given) {
+HostArray metadataIn(const HostArray& given) {
   if (!isNothing(given) && !(given.isStructure() && given.isScalar())) {
     refuse("InvalidData", "the metadata are one structure, not " + given.describe());
   }
@@ -190,7 +189,7 @@ struct Identity {
   }
 };
 
-void keep(Signal& signal, const NamedValues& metadata) {
+void keep(Signal& signal, const HostArray& metadata) {
   if (!metadata.isStructure()) return;
   for (const std::string& name : metadata.fieldNames()) {
     signal.setMetaData(name, &metadata.field(name));
@@ -257,7 +256,7 @@ Int32<"signalID"> add(Repository repository, Any<"data"> data, Any<"units"> unit
       toleranceIn(relTol),
       methodIn(timeAlignment, strings::Union),
       methodIn(interpMethod ? interpMethod->value : HostArray(), strings::ZOH)};
-  const NamedValues metadata = metadataIn(metaData);
+  const HostArray metadata = metadataIn(metaData);
   const Signal* const parent = parentID ? parentID->get() : nullptr;
   requireParentOf(*run, parent);
 

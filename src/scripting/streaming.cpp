@@ -1,7 +1,8 @@
 #include "scripting/streaming.h"
 
-#include "objects/signal.h"
+#include "objects/selections.h"
 #include "objects/signalremoval.h"
+#include "objects/strings.h"
 #include "scripting/errors.h"
 
 namespace vela::scripting {
@@ -12,10 +13,12 @@ void raiseStreaming(const std::string& kind, int id) {
 }
 
 void requireNoneStreams(ObjectManager& manager, int signalID) {
-  for (const int id : signalsBelow(manager, signalID)) {
-    const auto signal = Signal::getSignalFromID(manager, id);
-    if (signal && signal->getIsActivelyStreaming()) raiseStreaming("Signal", id);
-  }
+  const kodd::Selection signals =
+      withIDs(manager, strings::Signal, signalsBelow(manager, signalID));
+  const std::vector<int> streaming =
+      selectedIDs(manager, where(signals, strings::IsActivelyStreaming, 0,
+                                 kodd::PropertyValueMatchRelation::NotEqual));
+  if (!streaming.empty()) raiseStreaming("Signal", streaming.front());
 }
 
 }  // namespace vela::scripting
