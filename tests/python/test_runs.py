@@ -7,9 +7,6 @@ import pytest
 
 import vela
 
-needs_signals = pytest.mark.skipif(
-    not hasattr(vela.Repository, "add"), reason="signals cannot be reached from scripts yet")
-
 
 @pytest.fixture
 def file(path):
@@ -84,7 +81,6 @@ def test_representations_tell_what_is_there(file):
     assert str(file.path) in repr(file)
 
 
-@needs_signals
 def test_signals_are_added_read_cut_and_extended(file):
     run = file.runs.create("drive")
     speed = run.add("speed", [0, 1, 2], [1.5, 2.5, 3.5], unit="m/s", interpolation="linear")
@@ -105,7 +101,6 @@ def test_signals_are_added_read_cut_and_extended(file):
     assert "speed" in run._repr_html_() and "km/h" in repr(speed)
 
 
-@needs_signals
 @pytest.mark.parametrize("values", [
     np.arange(12.0).reshape(3, 4), np.arange(12).reshape(3, 2, 2), np.array([1 + 2j, 3, 4j]),
     np.array([True, False, True]), np.arange(3, dtype=np.uint8),
@@ -116,7 +111,6 @@ def test_values_of_any_shape_come_back(file, values):
     assert np.array_equal(signal.values, values)
 
 
-@needs_signals
 def test_frames_need_one_time_base_or_a_raster(file):
     pandas = pytest.importorskip("pandas")
     run = file.runs.create("frames")
@@ -144,7 +138,6 @@ def test_frames_need_one_time_base_or_a_raster(file):
     assert isinstance(series, pandas.Series)
 
 
-@needs_signals
 def test_optional_inputs_may_be_skipped_by_name(file):
     signal = file.runs.create("skips").add("s", [0, 1, 2], [5.0, 6.0, 7.0])
     read = file.repository.getSignalDataValues
