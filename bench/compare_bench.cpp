@@ -1,8 +1,6 @@
 // Comparing signals and runs; the counter "reads" is the time as a multiple of reading the two.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
-
 #include "bench/measuredstore.h"
 #include "bench/velastore.h"
 #include "comparison/compare.h"
@@ -10,12 +8,6 @@
 #include "runcomparison/signalseries.h"
 
 namespace {
-
-double secondsOf(const auto& work) {
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 /// A signal whose times lie `shift` seconds behind those of a ramp.
 Vela::Id shiftedSignal(Vela& store, std::size_t samples, std::size_t block, double shift) {

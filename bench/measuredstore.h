@@ -4,6 +4,7 @@
 
 #include <stdlib.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <numeric>
@@ -49,6 +50,13 @@ class MeasuredStore {
   std::string path_ = folder_.file("bench.dmr");
   std::unique_ptr<Store> store_ = std::make_unique<Store>(path_);
 };
+
+/// How long `work` takes, in seconds of the steady clock.
+inline double secondsOf(const auto& work) {
+  const auto start = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
 
 /// `count` times 1 ms apart, the first at `first` ms; they serve as values too.
 inline std::vector<double> ramp(std::size_t count, std::size_t first = 0) {

@@ -2,8 +2,6 @@
 // columns to signals.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
-
 #include "bench/measuredstore.h"
 #include "bench/velastore.h"
 #include "objects/datatypes.h"
@@ -12,12 +10,6 @@
 namespace {
 
 constexpr unsigned kChannels = 8;
-
-double secondsOf(const auto& work) {
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 std::string createStream(vela::ObjectManager& manager) {
   long long type = 0;

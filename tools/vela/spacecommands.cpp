@@ -15,17 +15,16 @@ namespace {
 
 /// The space of the file, and what a purge of every session that has ended would free.
 Set::Space spaceOf(ObjectManager& manager) {
-  Set::Space space;
   std::uint64_t purgeableBytes = 0;
   int purgeableRuns = 0;
   for (const Set::Instance& session : Set::getInstances(manager)) {
     if (isAlive(session)) continue;
     const ActingFor acting(manager, session.id);
-    space = Set::getSpace(manager);
+    const Set::Space space = Set::getSpace(manager);
     purgeableBytes += space.purgeableBytes;
     purgeableRuns += space.purgeableRuns;
   }
-  space = Set::getSpace(manager);
+  Set::Space space = Set::getSpace(manager);
   space.purgeableBytes = purgeableBytes;
   space.purgeableRuns = purgeableRuns;
   return space;
