@@ -24,8 +24,8 @@ constexpr const char* kControlTexts[] = {"BEGIN",           "BEGIN IMMEDIATE", "
 
 }  // namespace
 
-Connection::Connection(const std::string& path, const OpenOptions& options, File file)
-    : path_(path) {
+Connection::Connection(const std::string& path, const OpenOptions& options)
+    : path_(path), durability_(options.durability) {
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
                     SQLITE_OPEN_EXRESCODE;
   const int code = sqlite3_open_v2(path.c_str(), &handle_, flags, nullptr);
@@ -36,9 +36,7 @@ Connection::Connection(const std::string& path, const OpenOptions& options, File
     }
     configure();
     prepareControls();
-    if (file == File::fresh) layOut(options.applicationId);
-    run(options.durability == Durability::durable ? "PRAGMA synchronous = NORMAL"
-                                                  : "PRAGMA synchronous = OFF");
+    applyDurability();
   } catch (...) {
     close();
     throw;
@@ -74,13 +72,25 @@ void Connection::prepareControls() {
   }
 }
 
+void Connection::applyDurability() {
+  run(durability_ == Durability::durable ? "PRAGMA synchronous = NORMAL"
+                                         : "PRAGMA synchronous = OFF");
+}
+
+bool Connection::isEmpty() {
+  return queryText("PRAGMA page_count") == "0";
+}
+
 void Connection::layOut(std::int32_t applicationId) {
+  // A header that a power cut tears makes the path unusable, not only the newest work lost.
+  run("PRAGMA synchronous = FULL");
   run("PRAGMA page_size = 16384");
   // In one step: a file without the ID would look like another program's to whoever comes by.
   run("BEGIN");
   run("PRAGMA auto_vacuum = INCREMENTAL");
   run("PRAGMA application_id = " + std::to_string(applicationId));
   run("COMMIT");
+  applyDurability();
 }
 
 void Connection::set(int option, int value) {

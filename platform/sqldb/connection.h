@@ -33,14 +33,11 @@ enum class Control {
 
 class Connection {
  public:
-  enum class File { fresh, existing };
-
   /// Only foreign tools and the engine's own recovery can make us wait inside the engine.
   static constexpr int kEngineWaitMilliseconds = 5000;
 
-  /// Opens the handle; `fresh` lays out an empty file first, for which the caller holds the
-  /// write lock. \param path  absolute, without links
-  Connection(const std::string& path, const OpenOptions& options, File file);
+  /// \param path  absolute, without links
+  Connection(const std::string& path, const OpenOptions& options);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -50,6 +47,10 @@ class Connection {
 
   /// Whether changes go to a write-ahead log, so that readers and one writer do not meet.
   bool usesLog();
+  /// Whether there is nothing in the file; a creation that was cut short is undone on the way.
+  bool isEmpty();
+  /// Gives an empty file our header; the caller holds the write lock.
+  void layOut(std::int32_t applicationId);
   /// Turns the write-ahead log on where the file system can do it; the caller holds the write
   /// lock.
   void turnOnLog(std::chrono::milliseconds timeout);
@@ -84,11 +85,12 @@ class Connection {
  private:
   void prepareControls();
   void configure();
-  void layOut(std::int32_t applicationId);
+  void applyDurability();
   void set(int option, int value);
   void check(int code, std::string_view operation);
 
   std::string path_;
+  Durability durability_;
   sqlite3* handle_ = nullptr;
   std::array<sqlite3_stmt*, 7> controls_{};
   bool moved_ = false;

@@ -36,33 +36,29 @@ class WriteLockScope {
   RepositoryLock& lock_;
 };
 
-std::unique_ptr<Connection> create(const std::string& path, RepositoryLock& lock,
-                                   const OpenOptions& options) {
+/// Makes an empty file for the engine to lay out.
+void create(const std::string& path, RepositoryLock& lock, const OpenOptions& options) {
   const WriteLockScope writing(lock, options.busyTimeout);
   // Another process may have been faster.
-  auto kind = Connection::File::existing;
-  if (!findRepository(path, options)) {
-    kind = Connection::File::fresh;
-    // Left behind by a file that is gone; the new one must not take their pages for its own.
-    deleteSideFiles(path);
-    createEmptyFile(path);
-  }
-  auto connection = std::make_unique<Connection>(path, options, kind);
-  connection->turnOnLog(options.busyTimeout);
-  return connection;
+  if (findRepository(path, options)) return;
+  // Left behind by a file that is gone; the new one must not take their pages for its own.
+  deleteSideFiles(path);
+  createEmptyFile(path);
 }
 
-std::unique_ptr<Connection> openExisting(const std::string& path, RepositoryLock& lock,
-                                         const OpenOptions& options) {
+std::unique_ptr<Connection> connect(const std::string& path, RepositoryLock& lock,
+                                    const OpenOptions& options) {
   const auto identity = fileIdentity(path);
   if (identity && !clearInheritedHandles(*identity)) {
     kodiag::raise({"KODD:kodd", "ForkedProcess"}, {{"Operation", "open"}, {"Location", path}});
   }
-  auto connection = std::make_unique<Connection>(path, options, Connection::File::existing);
-  if (!connection->usesLog()) {
-    const WriteLockScope writing(lock, options.busyTimeout);
-    connection->turnOnLog(options.busyTimeout);
-  }
+  auto connection = std::make_unique<Connection>(path, options);
+  if (connection->usesLog()) return connection;
+  const WriteLockScope writing(lock, options.busyTimeout);
+  // Asked of the engine, not of the file: whoever made it may have been killed in the middle,
+  // and the engine then takes its header back.
+  if (connection->isEmpty()) connection->layOut(options.applicationId);
+  connection->turnOnLog(options.busyTimeout);
   return connection;
 }
 
@@ -74,9 +70,8 @@ OpenedFile openFile(const std::string& location, const OpenOptions& options) {
   findRepository(opened.path, options);
   opened.lock = std::make_unique<RepositoryLock>(opened.path, options.busyTimeout);
   // Looked at again: it may have been moved away before we were known to have it open.
-  opened.connection = findRepository(opened.path, options)
-                          ? openExisting(opened.path, *opened.lock, options)
-                          : create(opened.path, *opened.lock, options);
+  if (!findRepository(opened.path, options)) create(opened.path, *opened.lock, options);
+  opened.connection = connect(opened.path, *opened.lock, options);
   // The engine knows the ID from the log as well, which the first look left alone.
   const std::string applicationId = opened.connection->queryText("PRAGMA application_id");
   if (applicationId != std::to_string(options.applicationId)) {

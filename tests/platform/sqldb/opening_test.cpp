@@ -1,3 +1,4 @@
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 
 #include <functional>
@@ -150,6 +151,34 @@ TEST_F(OpeningTest, CreatesAPrivateFileLaidOutAsPromised) {
       {"trusted_schema", "0"},  {"locking_mode", "normal"}};
   for (const auto& [name, value] : settings) {
     EXPECT_EQ(db.queryText(std::string("PRAGMA ") + name), value) << name;
+  }
+}
+
+// Kills the first opening before each of its system calls in turn.
+TEST_F(OpeningTest, ContinuesAFirstOpeningKilledAnywhere) {
+  constexpr int kMore = 100'000;
+  for (int stops = 1; stops < kMore; stops += 2) {
+    const std::string file = path(std::to_string(stops));
+    const pid_t child = inChild([&] {
+      ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+      raise(SIGSTOP);
+      const Database db(file, options());
+      return 0;
+    });
+    int status = 0;
+    for (int i = 0; i < stops && waitpid(child, &status, 0) == child && WIFSTOPPED(status);
+         ++i) {
+      ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    }
+    if (WIFEXITED(status)) {
+      EXPECT_GT(stops, 100);
+      break;
+    }
+    kill(child, SIGKILL);
+    EXPECT_EQ(exitCodeOf(child), 1000 + SIGKILL);
+    Database db(file, options());
+    createTable(db);
+    EXPECT_EQ(db.queryText("PRAGMA page_size"), "16384") << stops;
   }
 }
 
