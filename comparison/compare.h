@@ -19,8 +19,11 @@ namespace comparison {
 ///             left(t)  = L of an event at t with m >= 2, else R of the event before
 ///                        (R itself at the first)
 ///     linear  at an event left = L and right = R; between events (t1, R1) and (t2, L2)
-///             R1 when R1 = L2, else std::lerp(R1, L2, (t - t1) / (t2 - t1));
-///             NaN when an end is NaN
+///             R1 + (L2 - R1) (t - t1) / (t2 - t1), and R1 where R1 = L2
+///
+/// A straight piece between different ends of which one or both are not finite has one value
+/// throughout: NaN when an end is NaN or both are infinite, else the infinite one. So a number
+/// beside a missing sample never stands in for it.
 ///
 /// Integers of 64 bits are carried exactly; an interpolated value is a double.
 ///
@@ -33,8 +36,8 @@ namespace comparison {
 /// leaves that to the successor. Matched events are compared at B's time.
 ///
 /// **Times.** "union": every event inside the other's span. "intersection": matched events.
-/// "uniform": t_k = std::lerp(a, z, k / N), k = 0..N, where a and z are the first and last time
-/// of the union and N + 1 is `count`, or the number of events inside [a, z] of the series that
+/// "uniform": t_k = a + (z - a) (k / N), k = 0..N, where a and z are the first and last time of
+/// the union and N + 1 is `count`, or the number of events inside [a, z] of the series that
 /// has more of them; with a step h, t_k = min(a + k h, z), N = floor((z - a) / h + 1e-9). A
 /// grid time that matches an event (h includes the grid's step) is evaluated as that event.
 ///
@@ -45,7 +48,8 @@ namespace comparison {
 /// infinities; NaN when one is NaN.
 ///
 /// **Tolerance.** tol(b) = max(absTol, relTol |b|), 0 where b is not finite and for
-/// enumerations. A row passes when D = 0; or when b and c are finite, tol > 0 and
+/// enumerations: NaN passes beside NaN only, an infinity beside the same one. A row passes when
+/// D = 0; or when b and c are finite, tol > 0 and
 ///
 ///     |D| <= tol + s,   s = (ulp(b) + ulp(c) + ulp(tol)) / 2
 ///
@@ -60,11 +64,12 @@ namespace comparison {
 ///
 /// The b_i are L and R of the events in the window and the values at its ends, clipped to B's
 /// span; b + tol(b) is convex and b - tol(b) concave in b, so that no point of a straight piece
-/// lies outside them. NaN among the b_i is ignored, but lets a NaN c pass. An infinite c must
-/// be an extreme itself, and an enumeration must equal one of the b_i.
+/// lies outside them. Only the finite b_i bound a finite c. A c that is NaN, infinite or an
+/// enumeration must equal one of the b_i.
 ///
 /// **Tolerance series.** T = tol(b); with a time tolerance U - b where D >= 0, b - V where
-/// D < 0, so that a row that passes reads |D| <= T up to s.
+/// D < 0, so that a row that passes reads |D| <= T up to s. T = |D| where only equality counts
+/// and the row passes.
 ///
 /// **Verdict.** Within when there is at least one row, all rows pass, and, where the spans
 /// have to agree, first times and last times match or differ by at most d.

@@ -34,8 +34,10 @@ class Judge {
     double allowed = tolerance;
     if (window_) {
       passed = passed || window_->admits(compareTo);
-      allowed = tolerance_.equalityOnly ? (passed ? std::fabs(d) : 0)
-                                        : window_->reach(baseline, d, tolerance);
+      const bool onlyEqualPasses = tolerance_.equalityOnly || std::isinf(d);
+      allowed = onlyEqualPasses && passed ? std::fabs(d)
+                : tolerance_.equalityOnly ? 0
+                                          : window_->reach(baseline, d, tolerance);
     }
     tally_.add(time_, d, allowed, passed);
   }

@@ -1,6 +1,7 @@
 // Arithmetic on samples: doubles, and 64-bit integers that a double cannot hold.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -59,11 +60,25 @@ inline double inputUlp(const WideNumber& value) {
   return value.isWhole() ? 0 : ulp(value.real());
 }
 
-/// The point at `fraction` of the way from `from` to `to`.
+/// The point at `fraction`, 0 to 1, of the way from one finite number to another; never beyond
+/// either.
+inline double pointBetween(double from, double to, double fraction) {
+  const double length = to - from;
+  // Ends so far apart that the length overflows have opposite signs.
+  const double point =
+      std::isfinite(length) ? from + fraction * length : (1 - fraction) * from + fraction * to;
+  return std::clamp(point, std::min(from, to), std::max(from, to));
+}
+
+/// The value between two samples, by the rule in compare.h.
 template <class Value>
 Value interpolate(const Value& from, const Value& to, double fraction) {
   if (difference(from, to) == 0) return from;
-  return Value(std::lerp(toDouble(from), toDouble(to), fraction));
+  const double sum = toDouble(from) + toDouble(to);
+  const bool areFinite = std::isfinite(toDouble(from)) && std::isfinite(toDouble(to));
+  // The sum is the infinite one of the ends, NaN beside NaN and for two infinities.
+  if (!areFinite) return Value(sum);
+  return Value(pointBetween(toDouble(from), toDouble(to), fraction));
 }
 
 }  // namespace comparison

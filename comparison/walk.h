@@ -87,7 +87,8 @@ struct Grid {
   double time(std::uint64_t index) const {
     if (stepIsGiven) return std::min(first + static_cast<double>(index) * step, last);
     if (steps == 0) return first;
-    return std::lerp(first, last, static_cast<double>(index) / static_cast<double>(steps));
+    if (index == steps) return last;
+    return pointBetween(first, last, static_cast<double>(index) / static_cast<double>(steps));
   }
 };
 

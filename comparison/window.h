@@ -1,6 +1,7 @@
 // The band of baseline values around a time that moves forward.
 #pragma once
 
+#include <array>
 #include <deque>
 #include <limits>
 #include <map>
@@ -11,8 +12,9 @@
 
 namespace comparison {
 
-/// The values a track takes in [t - d', t + d'], for t that never decreases: their highest and
-/// lowest reach, kept in monotone deques, so that a sweep costs O(n).
+/// The values a track takes in [t - d', t + d'], for t that never decreases: the highest and
+/// lowest reach of the finite ones, kept in monotone deques, so that a sweep costs O(n), and
+/// which others there are.
 template <class Value>
 class Window {
  public:
@@ -36,26 +38,25 @@ class Window {
     dropEvents();
     high_ = highest_.empty() ? std::nullopt : std::optional(highest_.front());
     low_ = lowest_.empty() ? std::nullopt : std::optional(lowest_.front());
-    hasNan_ = newestNan_ >= begin_;
+    for (std::size_t kind = 0; kind < kNotFinite; ++kind)
+      hasNotFinite_[kind] = newestNotFinite_[kind] >= begin_;
     admitEnds();
   }
 
   /// Whether the value lies within the band.
   bool admits(const Value& value) const {
     const double number = toDouble(value);
-    if (std::isnan(number)) return hasNan_;
+    if (!std::isfinite(number)) return hasNotFinite_[kindOf(number)];
     if (!high_) return false;
     if (tolerance_.equalityOnly) return isTaken(value);
-    const double above = difference(value, high_->value);
-    const double below = difference(low_->value, value);
-    if (std::isinf(number)) return above == 0 || below == 0;
-    return above <= allowance(*high_, value) && below <= allowance(*low_, value);
+    return difference(value, high_->value) <= allowance(*high_, value) &&
+           difference(low_->value, value) <= allowance(*low_, value);
   }
 
   /// How far from the row's baseline value the band reaches on the side of `d`; at least
   /// `tolerance`.
   double reach(const Value& baseline, double d, double tolerance) const {
-    if (!high_ || std::isnan(toDouble(baseline))) return tolerance;
+    if (!high_ || !isFinite(baseline)) return tolerance;
     const Candidate& end = d < 0 ? *low_ : *high_;
     const Value limit = end.tolerance == 0 ? end.value : Value(end.reach);
     const double band = d < 0 ? difference(baseline, limit) : difference(limit, baseline);
@@ -72,6 +73,13 @@ class Window {
   struct Less {
     bool operator()(const Value& a, const Value& b) const { return difference(a, b) < 0; }
   };
+
+  static constexpr std::size_t kNotFinite = 3;
+  /// Which of NaN, minus and plus infinity it is.
+  static std::size_t kindOf(double notFinite) {
+    return std::isnan(notFinite) ? 0 : notFinite < 0 ? 1 : 2;
+  }
+  static bool isFinite(const Value& value) { return std::isfinite(toDouble(value)); }
 
   /// Equal reaches may hide integers that a double cannot tell apart.
   static bool reachesHigher(const Candidate& a, const Candidate& b) {
@@ -103,8 +111,8 @@ class Window {
   }
 
   void admit(const Value& value, double time) {
-    if (std::isnan(toDouble(value))) {
-      newestNan_ = time;
+    if (!isFinite(value)) {
+      newestNotFinite_[kindOf(toDouble(value))] = time;
       return;
     }
     if (tolerance_.equalityOnly) newestTime_[value] = time;
@@ -141,8 +149,8 @@ class Window {
   }
 
   void admitEnd(const Value& value) {
-    if (std::isnan(toDouble(value))) {
-      hasNan_ = true;
+    if (!isFinite(value)) {
+      hasNotFinite_[kindOf(toDouble(value))] = true;
       return;
     }
     const Candidate high = highCandidate(value, 0);
@@ -167,12 +175,13 @@ class Window {
   std::uint64_t trailing_ = 0;  ///< the last event not inside it, where there is one
   std::deque<Candidate> highest_;
   std::deque<Candidate> lowest_;
-  double newestNan_ = std::numeric_limits<double>::quiet_NaN();
+  static constexpr double kNever = -std::numeric_limits<double>::infinity();
+  std::array<double, kNotFinite> newestNotFinite_ = {kNever, kNever, kNever};
   std::map<Value, double, Less> newestTime_;  ///< of each value of an enumeration
   std::optional<Candidate> high_;
   std::optional<Candidate> low_;
   std::optional<Value> held_;  ///< the value at the window's begin
-  bool hasNan_ = false;
+  std::array<bool, kNotFinite> hasNotFinite_ = {};
 };
 
 }  // namespace comparison

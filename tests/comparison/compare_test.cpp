@@ -148,6 +148,36 @@ TEST(Compare, TreatsNanAndInfinitiesAsValues) {
   EXPECT_EQ(report.failedRows, 3);
 }
 
+TEST(Compare, NeverTakesANumberForAValueMissingBetweenSamples) {
+  // One series has nothing but its ends where the other has a sample of `middle` in between.
+  struct Case {
+    double from, to, middle;
+    bool within;
+  };
+  const Case cases[] = {
+      {kNan, 5, 5, false},    {5, kNan, 5, false},     {kNan, 5, kNan, true},
+      {kInf, 5, 5, false},    {5, -kInf, 5, false},    {-kInf, 5, -kInf, true},
+      {kInf, 5, kNan, false}, {kInf, -kInf, 0, false}, {kInf, kInf, kInf, true},
+      {kInf, kInf, 5, false}, {kNan, kNan, 5, false},  {kNan, kInf, kInf, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.from << " to " << c.to << ": " << c.middle);
+    const Samples ends = curve({1, 2}, {c.from, c.to});
+    // So near to an end that the fraction of the way rounds to it.
+    for (double time : {1.5, 1 + 0x1p-52, 2 - 0x1p-52}) {
+      const Samples all = curve({1, time, 2}, {c.from, c.middle, c.to});
+      for (double tolerance : {0., 1e300}) {
+        EXPECT_EQ(compared(ends, all, with(tolerance)).within, c.within);
+        EXPECT_EQ(compared(all, ends, with(tolerance)).within, c.within);
+      }
+    }
+  }
+  // Nor does an infinity nearby admit every number below it.
+  EXPECT_FALSE(
+      compared(curve({0, 1, 2}, {5, kInf, 5}), curve({0, 1, 2}, {5, 1e300, 5}), with(1, 0, 1))
+          .within);
+}
+
 TEST(Compare, PairsTimesThatDifferByRoundingOrDrift) {
   std::vector<double> exact, summed, values;
   double sum = 0;

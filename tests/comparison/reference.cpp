@@ -79,6 +79,13 @@ Rational inputRounding(const Exact& value) {
   return value.isWide ? Rational(0) : Rational(ulpOf(asDouble(value)));
 }
 
+/// Between different ends of which at least one is not finite.
+Exact leadingToNowhere(const Exact& from, const Exact& to) {
+  if (from.isFinite() && to.kind != Kind::nan) return to;
+  if (to.isFinite() && from.kind != Kind::nan) return from;
+  return {Kind::nan, 0, 0, false};
+}
+
 struct PlainEvent {
   double time = 0;
   std::vector<Exact> values;
@@ -106,8 +113,7 @@ struct Curve {
     if (isSame(from, to)) return from;
     const Rational fraction = (time - Rational(events[i].time)) /
                               (Rational(events[i + 1].time) - Rational(events[i].time));
-    if (!from.isFinite() || !to.isFinite())
-      return exactOf(std::lerp(asDouble(from), asDouble(to), fraction.convert_to<double>()));
+    if (!from.isFinite() || !to.isFinite()) return leadingToNowhere(from, to);
     const Rational largest = std::max(magnitude(from.value), magnitude(to.value));
     const double slack = 8 * ulpOf(rounded(largest));
     return {Kind::finite, from.value + fraction * (to.value - from.value), slack, false};
@@ -212,7 +218,8 @@ std::vector<double> gridOver(const std::vector<Meeting>& meetings, const Options
   if (a == z || points == 1) return {a};
   const double n = static_cast<double>(points - 1);
   step = (z - a) / n;
-  for (double k = 0; k <= n; ++k) times.push_back(std::lerp(a, z, k / n));
+  for (double k = 0; k < n; ++k) times.push_back(a + (z - a) * (k / n));
+  times.push_back(z);
   return times;
 }
 
@@ -340,22 +347,18 @@ class Rules {
   }
 
   void widen(ReferenceRow& row) const {
-    std::vector<Exact> values = taken(row.time);
-    const auto numbers = std::stable_partition(
-        values.begin(), values.end(), [](const Exact& v) { return v.kind != Kind::nan; });
-    const bool hasNan = numbers != values.end();
-    values.erase(numbers, values.end());
-    row.verdict = anyOf(row.verdict, inBand(row.compareTo, values, hasNan));
-    if (equalityOnly_) {
-      row.tolerance = row.verdict == Verdict::passes ? row.difference : Exact{};
+    const std::vector<Exact> values = taken(row.time);
+    row.verdict = anyOf(row.verdict, inBand(row.compareTo, values));
+    const bool isInfinitelyFar = !row.difference.isFinite() && row.difference.kind != Kind::nan;
+    if (row.verdict == Verdict::passes && (equalityOnly_ || isInfinitelyFar)) {
+      row.tolerance = isInfinitelyFar ? exactOf(HUGE_VAL) : row.difference;
       row.tolerance.value = magnitude(row.tolerance.value);
-    } else if (!values.empty() && row.baseline.kind != Kind::nan) {
+    } else if (!equalityOnly_ && row.baseline.isFinite()) {
       row.tolerance = reach(row, values);
     }
   }
 
-  Verdict inBand(const Exact& c, const std::vector<Exact>& values, bool hasNan) const {
-    if (c.kind == Kind::nan) return hasNan ? Verdict::passes : Verdict::fails;
+  Verdict inBand(const Exact& c, const std::vector<Exact>& values) const {
     if (equalityOnly_ || !c.isFinite())
       return std::any_of(values.begin(), values.end(),
                          [&](const Exact& value) { return isSame(value, c); })
@@ -366,10 +369,8 @@ class Rules {
 
   /// Whether c is not beyond the values on the side of `sign`.
   Verdict below(const Exact& c, const std::vector<Exact>& values, int sign) const {
-    const Kind beyond = sign > 0 ? Kind::plusInfinity : Kind::minusInfinity;
     Verdict verdict = Verdict::fails;
     for (const Exact& value : values) {
-      if (value.kind == beyond) return Verdict::passes;
       if (!value.isFinite()) continue;
       const Exact tolerance = toleranceOf(value);
       const Rational most = bound(value, c, tolerance);
@@ -382,18 +383,9 @@ class Rules {
   Exact reach(const ReferenceRow& row, const std::vector<Exact>& values) const {
     const bool down = row.difference.kind == Kind::minusInfinity ||
                       (row.difference.isFinite() && row.difference.value < 0);
-    const int sign = down ? -1 : 1;
-    const Kind beyond = down ? Kind::minusInfinity : Kind::plusInfinity;
-    if (row.baseline.kind == beyond) return row.tolerance;
-    const bool isInfinitelyFar =
-        std::any_of(values.begin(), values.end(), [&](const Exact& value) {
-          return value.kind == beyond || (!row.baseline.isFinite() && value.isFinite());
-        });
-    if (isInfinitelyFar) return exactOf(HUGE_VAL);
     Exact result = row.tolerance;
-    if (row.baseline.isFinite())
-      for (const Exact& value : values)
-        if (value.isFinite()) extend(result, row.baseline, value, sign);
+    for (const Exact& value : values)
+      if (value.isFinite()) extend(result, row.baseline, value, down ? -1 : 1);
     return result;
   }
 
