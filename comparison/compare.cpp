@@ -25,12 +25,12 @@ struct Pass {
 };
 
 template <class Value>
-Value arriving(const Track<Value>& track, Place place, double time) {
+Reading<Value> arriving(const Track<Value>& track, Place place, double time) {
   return place.isEvent ? track.leftOf(place.number) : track.behind(place.number, time);
 }
 
 template <class Value>
-Value leaving(const Track<Value>& track, Place place, double time) {
+Reading<Value> leaving(const Track<Value>& track, Place place, double time) {
   return place.isEvent ? track.rightOf(place.number) : track.behind(place.number, time);
 }
 

@@ -25,7 +25,8 @@ namespace comparison {
 /// throughout: NaN when an end is NaN or both are infinite, else the infinite one. So a number
 /// beside a missing sample never stands in for it.
 ///
-/// Integers of 64 bits are carried exactly; an interpolated value is a double.
+/// Integers of 64 bits are carried exactly. Between them a value is a double up to 2^53, beyond
+/// that a whole number and a fraction.
 ///
 /// **Matching.** An event of B and one of C are at the same time when
 ///
@@ -51,10 +52,12 @@ namespace comparison {
 /// enumerations: NaN passes beside NaN only, an infinity beside the same one. A row passes when
 /// D = 0; or when b and c are finite, tol > 0 and
 ///
-///     |D| <= tol + s,   s = (ulp(b) + ulp(c) + ulp(tol)) / 2
+///     |D| <= tol + s,   s = (p(b) + p(c) + relTol p(b)) / 2 + ulp(tol)
 ///
-/// s is the rounding already in decimal inputs: 1.1 against 1.0 with 0.1 passes. With zero
-/// tolerance only equality passes. The ulp of an exact 64-bit integer is 0.
+/// s is the rounding already in decimal inputs: 1.1 against 1.0 with 0.1 passes, in single
+/// precision too. p is the precision of the data: the ulp of a sample in its own type, single
+/// or double, 0 for integers; between samples the largest of both ends', of ulp(L2 - R1), and
+/// of the ulp of a value that is a double. With zero tolerance only equality passes.
 ///
 /// **Time tolerance** d > 0: a row passes too when c lies between the extremes of the values
 /// b_i that B takes in [t - d', t + d'], d' = d + 4 ulp(|t| + d), each widened by its own

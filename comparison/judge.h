@@ -27,9 +27,9 @@ class Judge {
     if (window_) window_->moveTo(time);
   }
 
-  void judge(const Value& baseline, const Value& compareTo) {
-    const double d = difference(compareTo, baseline);
-    const double tolerance = tolerance_.of(toDouble(baseline));
+  void judge(const Reading<Value>& baseline, const Reading<Value>& compareTo) {
+    const double d = difference(compareTo.value, baseline.value);
+    const double tolerance = tolerance_.of(toDouble(baseline.value));
     bool passed = isWithin(baseline, compareTo, d, tolerance);
     double allowed = tolerance;
     if (window_) {
@@ -37,17 +37,18 @@ class Judge {
       const bool onlyEqualPasses = tolerance_.equalityOnly || std::isinf(d);
       allowed = onlyEqualPasses && passed ? std::fabs(d)
                 : tolerance_.equalityOnly ? 0
-                                          : window_->reach(baseline, d, tolerance);
+                                          : window_->reach(baseline.value, d, tolerance);
     }
     tally_.add(time_, d, allowed, passed);
   }
 
  private:
-  static bool isWithin(const Value& baseline, const Value& compareTo, double d,
-                       double tolerance) {
+  bool isWithin(const Reading<Value>& baseline, const Reading<Value>& compareTo, double d,
+                double tolerance) const {
     if (d == 0) return true;
-    return tolerance > 0 && std::isfinite(toDouble(compareTo)) &&
-           std::fabs(d) <= withRounding(tolerance, baseline, compareTo);
+    return tolerance > 0 && std::isfinite(toDouble(compareTo.value)) &&
+           std::fabs(d) <=
+               tolerance_.withRounding(tolerance, baseline.precision, compareTo.precision);
   }
 
   Tolerance tolerance_;

@@ -23,10 +23,29 @@ double realLessWhole(double real, Int128 whole) {
 
 double difference(const WideNumber& minuend, const WideNumber& subtrahend) {
   if (minuend.isWhole() && subtrahend.isWhole())
-    return static_cast<double>(minuend.whole() - subtrahend.whole());
-  if (subtrahend.isWhole()) return realLessWhole(minuend.real(), subtrahend.whole());
-  if (minuend.isWhole()) return 0. - realLessWhole(subtrahend.real(), minuend.whole());
+    return static_cast<double>(minuend.whole() - subtrahend.whole()) +
+           (minuend.fraction() - subtrahend.fraction());
+  if (subtrahend.isWhole())
+    return realLessWhole(minuend.real(), subtrahend.whole()) - subtrahend.fraction();
+  if (minuend.isWhole())
+    return minuend.fraction() - realLessWhole(subtrahend.real(), minuend.whole());
   return difference(minuend.real(), subtrahend.real());
+}
+
+WideNumber pointBetween(const WideNumber& from, const WideNumber& to, double fraction) {
+  if (!from.isWhole() || !to.isWhole())
+    return WideNumber(pointBetween(from.real(), to.real(), fraction));
+  const Int128 length = to.whole() - from.whole();
+  const double way = fraction * static_cast<double>(length);
+  const auto wholeWay = static_cast<Int128>(way);
+  // The length as a double may be a little longer.
+  if (length < 0 ? wholeWay <= length : wholeWay >= length) return to;
+  const Int128 whole = from.whole() + wholeWay;
+  const double rest = way - static_cast<double>(wholeWay);
+  constexpr Int128 kLastExact = Int128{1} << 53;
+  if (whole < kLastExact && whole > -kLastExact)
+    return WideNumber(static_cast<double>(whole) + rest);
+  return {whole, rest};
 }
 
 }  // namespace comparison

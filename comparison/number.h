@@ -20,22 +20,34 @@ inline double ulp(double x) {
   return std::bit_cast<double>(std::uint64_t{1} << (exponent == 0 ? 0 : exponent - 1));
 }
 
-/// A double, or an integer carried exactly.
+/// A double; or an integer carried exactly, with a fraction where it lies between two samples.
 class WideNumber {
  public:
   WideNumber() = default;
   explicit WideNumber(double value) : real_(value) {}
   explicit WideNumber(std::int64_t value) : whole_(value), isWhole_(true) {}
   explicit WideNumber(std::uint64_t value) : whole_(value), isWhole_(true) {}
+  /// \param fraction  of either sign, its magnitude below 1
+  WideNumber(Int128 whole, double fraction) : whole_(whole), real_(fraction), isWhole_(true) {}
 
   bool isWhole() const { return isWhole_; }
   Int128 whole() const { return whole_; }
-  double real() const { return isWhole_ ? static_cast<double>(whole_) : real_; }
+  /// Of a whole number.
+  double fraction() const { return real_; }
+  double real() const { return isWhole_ ? static_cast<double>(whole_) + real_ : real_; }
 
  private:
   Int128 whole_ = 0;
   double real_ = 0;
   bool isWhole_ = false;
+};
+
+/// A value and its precision: the step to the next one its data can tell from it. Half of that
+/// may be rounding.
+template <class Value>
+struct Reading {
+  Value value{};
+  double precision = 0;
 };
 
 inline double toDouble(double value) {
@@ -52,11 +64,11 @@ inline double difference(double minuend, double subtrahend) {
 }
 double difference(const WideNumber& minuend, const WideNumber& subtrahend);
 
-/// Half the sum of these is the rounding that decimal inputs bring along.
-inline double inputUlp(double value) {
+/// The rounding in a number that was calculated.
+inline double calculatedUlp(double value) {
   return ulp(value);
 }
-inline double inputUlp(const WideNumber& value) {
+inline double calculatedUlp(const WideNumber& value) {
   return value.isWhole() ? 0 : ulp(value.real());
 }
 
@@ -69,16 +81,20 @@ inline double pointBetween(double from, double to, double fraction) {
       std::isfinite(length) ? from + fraction * length : (1 - fraction) * from + fraction * to;
   return std::clamp(point, std::min(from, to), std::max(from, to));
 }
+/// Beyond 2^53, where a double has no room for it, the fraction is kept beside a whole number.
+WideNumber pointBetween(const WideNumber& from, const WideNumber& to, double fraction);
 
 /// The value between two samples, by the rule in compare.h.
 template <class Value>
-Value interpolate(const Value& from, const Value& to, double fraction) {
-  if (difference(from, to) == 0) return from;
-  const double sum = toDouble(from) + toDouble(to);
-  const bool areFinite = std::isfinite(toDouble(from)) && std::isfinite(toDouble(to));
+Reading<Value> interpolate(const Reading<Value>& from, const Reading<Value>& to,
+                           double fraction) {
+  const double length = difference(to.value, from.value);
+  if (length == 0) return from;
+  const double first = toDouble(from.value), last = toDouble(to.value);
   // The sum is the infinite one of the ends, NaN beside NaN and for two infinities.
-  if (!areFinite) return Value(sum);
-  return Value(pointBetween(toDouble(from), toDouble(to), fraction));
+  if (!std::isfinite(first) || !std::isfinite(last)) return {Value(first + last)};
+  const Value value = pointBetween(from.value, to.value, fraction);
+  return {value, std::max({from.precision, to.precision, ulp(length), calculatedUlp(value)})};
 }
 
 }  // namespace comparison

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "comparison/number.h"
 #include "kodiag/message.h"
 
 namespace comparison {
@@ -57,6 +58,15 @@ std::size_t bytesOf(ScalarType type) {
       break;
   }
   return 8;
+}
+
+double precisionOf(ScalarType type, double value) {
+  constexpr double kDoublesPerSingle = 0x1p29;
+  constexpr double kSmallestSingle = 0x1p-149;
+  if (type == ScalarType::real) return ulp(value);
+  if (type == ScalarType::single)
+    return std::max(ulp(value) * kDoublesPerSingle, kSmallestSingle);
+  return 0;
 }
 
 Interpolation interpolationFromText(std::string_view text) {

@@ -25,6 +25,8 @@ enum class ScalarType {
 };
 
 std::size_t bytesOf(ScalarType type);
+/// From a number of the type to the next; 0 for the types that are exact.
+double precisionOf(ScalarType type, double value);
 
 /// How values between two samples are found.
 enum class Interpolation { zeroOrderHold, linear };

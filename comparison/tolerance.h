@@ -18,12 +18,13 @@ struct Tolerance {
     if (equalityOnly || !std::isfinite(baseline)) return 0;
     return rel > 0 ? std::max(abs, rel * std::fabs(baseline)) : abs;
   }
-};
 
-/// A tolerance above 0, widened by the rounding its inputs bring along.
-template <class Value>
-double withRounding(double tolerance, const Value& baseline, const Value& compareTo) {
-  return tolerance + (inputUlp(baseline) + inputUlp(compareTo) + ulp(tolerance)) / 2;
-}
+  /// A tolerance above 0, widened by the rounding in it and in values of these precisions.
+  double withRounding(double tolerance, double baselinePrecision,
+                      double compareToPrecision) const {
+    const double rounding = (1 + rel) * baselinePrecision + compareToPrecision;
+    return tolerance + (rounding / 2 + ulp(tolerance));
+  }
+};
 
 }  // namespace comparison

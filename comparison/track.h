@@ -28,7 +28,9 @@ template <class Value>
 class Track {
  public:
   Track(const Series& series, const std::string& name)
-      : samples_(series, name), interpolation_(series.effectiveInterpolation()) {}
+      : samples_(series, name),
+        type_(series.type),
+        interpolation_(series.effectiveInterpolation()) {}
 
   /// Whether there is an event of that number; reads as far as that takes.
   bool reaches(std::uint64_t number) { return number < end_ || loadUpTo(number); }
@@ -58,28 +60,32 @@ class Track {
   }
 
   /// The value arriving at, and the one leaving, an event.
-  Value leftOf(std::uint64_t number) const {
+  Reading<Value> leftOf(std::uint64_t number) const {
     const Event<Value>& event = at(number);
     const bool holdsTheOneBefore =
         interpolation_ == Interpolation::zeroOrderHold && event.count == 1 && number > 0;
-    return holdsTheOneBefore ? at(number - 1).right : event.left;
+    return read(holdsTheOneBefore ? at(number - 1).right : event.left);
   }
-  const Value& rightOf(std::uint64_t number) const { return at(number).right; }
+  Reading<Value> rightOf(std::uint64_t number) const { return read(at(number).right); }
 
   /// The value at a time between the event and the one behind it, which is at hand.
-  Value behind(std::uint64_t number, double time) const {
+  Reading<Value> behind(std::uint64_t number, double time) const {
     const Event<Value>& from = at(number);
-    if (interpolation_ == Interpolation::zeroOrderHold) return from.right;
+    if (interpolation_ == Interpolation::zeroOrderHold) return read(from.right);
     const Event<Value>& to = at(number + 1);
-    return interpolate(from.right, to.left, fractionOf(from.time, to.time, time));
+    return interpolate(read(from.right), read(to.left), fractionOf(from.time, to.time, time));
   }
 
   /// Value `index` of those an event has.
-  const Value& valueOf(std::uint64_t number, std::size_t index) const {
+  Reading<Value> valueOf(std::uint64_t number, std::size_t index) const {
     const Event<Value>& event = at(number);
-    if (index == 0) return event.left;
-    if (index + 1 == event.count) return event.right;
-    return inner_.at(number)[index - 1];
+    if (index == 0) return read(event.left);
+    if (index + 1 == event.count) return read(event.right);
+    return read(inner_.at(number)[index - 1]);
+  }
+  /// One of its samples, with the precision of their type.
+  Reading<Value> read(const Value& sample) const {
+    return {sample, precisionOf(type_, toDouble(sample))};
   }
 
   /// Reads the rest, without keeping it.
@@ -165,6 +171,7 @@ class Track {
   }
 
   SampleReader<Value> samples_;
+  ScalarType type_;
   Interpolation interpolation_;
   std::vector<Event<Value>> ring_ = std::vector<Event<Value>>(8);  ///< a power of two
   std::uint64_t begin_ = 0;

@@ -44,13 +44,14 @@ class Window {
   }
 
   /// Whether the value lies within the band.
-  bool admits(const Value& value) const {
+  bool admits(const Reading<Value>& reading) const {
+    const Value& value = reading.value;
     const double number = toDouble(value);
     if (!std::isfinite(number)) return hasNotFinite_[kindOf(number)];
     if (!high_) return false;
     if (tolerance_.equalityOnly) return isTaken(value);
-    return difference(value, high_->value) <= allowance(*high_, value) &&
-           difference(low_->value, value) <= allowance(*low_, value);
+    return difference(value, high_->value) <= allowance(*high_, reading) &&
+           difference(low_->value, value) <= allowance(*low_, reading);
   }
 
   /// How far from the row's baseline value the band reaches on the side of `d`; at least
@@ -58,16 +59,16 @@ class Window {
   double reach(const Value& baseline, double d, double tolerance) const {
     if (!high_ || !isFinite(baseline)) return tolerance;
     const Candidate& end = d < 0 ? *low_ : *high_;
-    const Value limit = end.tolerance == 0 ? end.value : Value(end.reach);
-    const double band = d < 0 ? difference(baseline, limit) : difference(limit, baseline);
-    return std::max(tolerance, band);
+    const double way =
+        d < 0 ? difference(baseline, end.value) : difference(end.value, baseline);
+    return std::max(tolerance, way + end.tolerance);
   }
 
  private:
   struct Candidate {
     Value value;
+    double precision;
     double tolerance;
-    double reach;  ///< value + tolerance of the high ones, value - tolerance of the low ones
     double time;
   };
   struct Less {
@@ -81,47 +82,45 @@ class Window {
   }
   static bool isFinite(const Value& value) { return std::isfinite(toDouble(value)); }
 
-  /// Equal reaches may hide integers that a double cannot tell apart.
+  /// Values first: a sum with its tolerance may hide integers that a double cannot tell apart.
   static bool reachesHigher(const Candidate& a, const Candidate& b) {
-    return a.reach > b.reach || (a.reach == b.reach && difference(a.value, b.value) > 0);
+    return reachesFurther(difference(a.value, b.value), a, b);
   }
   static bool reachesLower(const Candidate& a, const Candidate& b) {
-    return a.reach < b.reach || (a.reach == b.reach && difference(a.value, b.value) < 0);
+    return reachesFurther(difference(b.value, a.value), a, b);
   }
-  static double allowance(const Candidate& candidate, const Value& value) {
+  static bool reachesFurther(double lead, const Candidate& a, const Candidate& b) {
+    // Equal tolerances may be infinite.
+    return (a.tolerance == b.tolerance ? lead : lead + (a.tolerance - b.tolerance)) > 0;
+  }
+  double allowance(const Candidate& candidate, const Reading<Value>& reading) const {
     if (candidate.tolerance == 0) return 0;
-    return withRounding(candidate.tolerance, candidate.value, value);
+    return tolerance_.withRounding(candidate.tolerance, candidate.precision, reading.precision);
   }
 
-  Candidate highCandidate(const Value& value, double time) const {
-    const double tolerance = tolerance_.of(toDouble(value));
-    return {value, tolerance, difference(value, Value(-tolerance)), time};
-  }
-  Candidate lowCandidate(const Value& value, double time) const {
-    const double tolerance = tolerance_.of(toDouble(value));
-    return {value, tolerance, difference(value, Value(tolerance)), time};
+  Candidate candidateOf(const Reading<Value>& reading, double time) const {
+    return {reading.value, reading.precision, tolerance_.of(toDouble(reading.value)), time};
   }
 
   void admitEvents() {
     for (; track_.reaches(next_) && track_.at(next_).time <= end_; ++next_) {
       const Event<Value>& event = track_.at(next_);
-      admit(event.left, event.time);
-      if (event.count > 1) admit(event.right, event.time);
+      admit(track_.read(event.left), event.time);
+      if (event.count > 1) admit(track_.read(event.right), event.time);
     }
   }
 
-  void admit(const Value& value, double time) {
-    if (!isFinite(value)) {
-      newestNotFinite_[kindOf(toDouble(value))] = time;
+  void admit(const Reading<Value>& reading, double time) {
+    if (!isFinite(reading.value)) {
+      newestNotFinite_[kindOf(toDouble(reading.value))] = time;
       return;
     }
-    if (tolerance_.equalityOnly) newestTime_[value] = time;
-    const Candidate high = highCandidate(value, time);
-    while (!highest_.empty() && !reachesHigher(highest_.back(), high)) highest_.pop_back();
-    highest_.push_back(high);
-    const Candidate low = lowCandidate(value, time);
-    while (!lowest_.empty() && !reachesLower(lowest_.back(), low)) lowest_.pop_back();
-    lowest_.push_back(low);
+    if (tolerance_.equalityOnly) newestTime_[reading.value] = time;
+    const Candidate candidate = candidateOf(reading, time);
+    while (!highest_.empty() && !reachesHigher(highest_.back(), candidate)) highest_.pop_back();
+    highest_.push_back(candidate);
+    while (!lowest_.empty() && !reachesLower(lowest_.back(), candidate)) lowest_.pop_back();
+    lowest_.push_back(candidate);
   }
 
   void dropEvents() {
@@ -134,29 +133,29 @@ class Window {
       ++trailing_;
     held_.reset();
     if (track_.at(trailing_).time <= begin_) {
-      held_ = valueBehind(trailing_, begin_);
-      admitEnd(*held_);
+      const Reading<Value> held = valueBehind(trailing_, begin_);
+      held_ = held.value;
+      admitEnd(held);
     }
     if (next_ > 0 && track_.reaches(next_)) admitEnd(valueBehind(next_ - 1, end_));
   }
 
-  Value valueBehind(std::uint64_t number, double time) {
+  Reading<Value> valueBehind(std::uint64_t number, double time) {
     const Event<Value>& event = track_.at(number);
     if (interpolation_ == Interpolation::linear &&
         (event.time == time || !track_.reaches(number + 1)))
-      return event.right;
+      return track_.read(event.right);
     return track_.behind(number, time);
   }
 
-  void admitEnd(const Value& value) {
-    if (!isFinite(value)) {
-      hasNotFinite_[kindOf(toDouble(value))] = true;
+  void admitEnd(const Reading<Value>& reading) {
+    if (!isFinite(reading.value)) {
+      hasNotFinite_[kindOf(toDouble(reading.value))] = true;
       return;
     }
-    const Candidate high = highCandidate(value, 0);
-    if (!high_ || reachesHigher(high, *high_)) high_ = high;
-    const Candidate low = lowCandidate(value, 0);
-    if (!low_ || reachesLower(low, *low_)) low_ = low;
+    const Candidate candidate = candidateOf(reading, 0);
+    if (!high_ || reachesHigher(candidate, *high_)) high_ = candidate;
+    if (!low_ || reachesLower(candidate, *low_)) low_ = candidate;
   }
 
   bool isTaken(const Value& value) const {

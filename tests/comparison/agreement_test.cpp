@@ -39,7 +39,7 @@ class Random {
   Element element(ScalarType type) {
     switch (type) {
       case ScalarType::int64:
-        return chance(50) ? (std::int64_t{1} << (53 + below(10))) + below(4)
+        return chance(70) ? (std::int64_t{1} << oneOf({53, 60, 60, 60, 62})) + below(300)
                           : std::int64_t{below(9) - 4};
       case ScalarType::uint64:
         return chance(50) ? std::numeric_limits<std::uint64_t>::max() - std::uint64_t(below(4))

@@ -121,6 +121,35 @@ TEST(Compare, TellsThemApartInsideATimeToleranceToo) {
   EXPECT_FALSE(compared(b, early, with(0, 0, 1)).within);
 }
 
+TEST(Compare, TellsValuesBetweenThemApartToo) {
+  constexpr std::int64_t kBig = std::int64_t{1} << 60;
+  Samples line = curve({0, 2}, {});
+  line.type = ScalarType::int64;
+  line.values = {kBig, kBig + 201};
+  Samples bent = line;
+  bent.times = {0, 1, 2};
+  bent.values = {kBig, kBig + 102, kBig + 201};
+  AllRows rows;
+  EXPECT_TRUE(compared(line, bent, with(1.5), &rows).within);
+  EXPECT_THAT(rows.difference, ElementsAre(0, 1.5, 0));
+  EXPECT_FALSE(compared(line, bent, with(1.25)).within);
+  // What lies within a second of the row in the middle reaches from kBig to kBig + 201.
+  rows = {};
+  bent.values[1] = kBig + 203;
+  EXPECT_FALSE(compared(line, bent, with(1, 0, 1), &rows).within);
+  EXPECT_EQ(rows.tolerance[1], 100.5 + 1);
+}
+
+TEST(Compare, ForgivesTheRoundingOfSinglesAsThatOfDoubles) {
+  Samples b = curve({0}, {1.f}), c = curve({0}, {1.1f});
+  EXPECT_FALSE(compared(b, c, with(0.1)).within) << "doubles of these values differ by more";
+  b.type = c.type = ScalarType::single;
+  EXPECT_TRUE(compared(b, c, with(0.1)).within);
+  c.values[0] = std::nextafter(1.1f, 2.f);
+  EXPECT_FALSE(compared(b, c, with(0.1)).within);
+  EXPECT_FALSE(compared(b, c, with(0)).within);
+}
+
 TEST(Compare, ForgivesTheRoundingOfDecimalsButNoMore) {
   const auto passes = [](double b, double c, const Options& options) {
     return compared(curve({0}, {b}), curve({0}, {c}), options).within;

@@ -37,23 +37,31 @@ double rounded(const Rational& value) {
   return best;
 }
 
-Exact exactOf(double value) {
-  if (std::isnan(value)) return {Kind::nan, 0, 0, false};
+Exact nan() {
+  return {Kind::nan, 0, 0, 0, false};
+}
+
+Exact exactOf(double value, double precision = 0) {
+  if (std::isnan(value)) return nan();
   if (std::isinf(value))
-    return {value > 0 ? Kind::plusInfinity : Kind::minusInfinity, 0, 0, false};
-  return {Kind::finite, Rational(value), 0, false};
+    return {value > 0 ? Kind::plusInfinity : Kind::minusInfinity, 0, 0, 0, false};
+  return {Kind::finite, Rational(value), 0, precision, false};
 }
 
 Exact exactOf(const Samples& samples, std::size_t index) {
   const Element& element = samples.values[index];
   if (samples.type == ScalarType::int64)
-    return {Kind::finite, Rational(as<std::int64_t>(element)), 0, true};
+    return {Kind::finite, Rational(as<std::int64_t>(element)), 0, 0, true};
   if (samples.type == ScalarType::uint64)
-    return {Kind::finite, Rational(as<std::uint64_t>(element)), 0, true};
+    return {Kind::finite, Rational(as<std::uint64_t>(element)), 0, 0, true};
   if (samples.type == ScalarType::boolean)
-    return {Kind::finite, as<std::uint8_t>(element) != 0 ? 1 : 0, 0, false};
-  if (samples.type == ScalarType::single) return exactOf(as<float>(element));
-  return exactOf(as<double>(element));
+    return exactOf(as<std::uint8_t>(element) != 0 ? 1 : 0);
+  if (samples.type == ScalarType::single) {
+    const float value = std::fabs(as<float>(element));
+    return exactOf(as<float>(element), std::nextafter(value, HUGE_VALF) - value);
+  }
+  const double value = as<double>(element);
+  return exactOf(value, samples.type == ScalarType::real ? ulpOf(value) : 0);
 }
 
 bool isSame(const Exact& a, const Exact& b) {
@@ -74,16 +82,11 @@ double asDouble(const Exact& value) {
   return rounded(value.value);
 }
 
-/// Of the rounding in a value that came as a decimal; an exact integer has none.
-Rational inputRounding(const Exact& value) {
-  return value.isWide ? Rational(0) : Rational(ulpOf(asDouble(value)));
-}
-
 /// Between different ends of which at least one is not finite.
 Exact leadingToNowhere(const Exact& from, const Exact& to) {
   if (from.isFinite() && to.kind != Kind::nan) return to;
   if (to.isFinite() && from.kind != Kind::nan) return from;
-  return {Kind::nan, 0, 0, false};
+  return nan();
 }
 
 struct PlainEvent {
@@ -114,9 +117,16 @@ struct Curve {
     const Rational fraction = (time - Rational(events[i].time)) /
                               (Rational(events[i + 1].time) - Rational(events[i].time));
     if (!from.isFinite() || !to.isFinite()) return leadingToNowhere(from, to);
+    const Rational value = from.value + fraction * (to.value - from.value);
+    const double valueUlp = ulpOf(rounded(value)),
+                 lengthUlp = ulpOf(rounded(to.value - from.value));
+    const bool isWhole = from.isWide && magnitude(value) >= Rational(0x1p53);
+    const double precision =
+        std::max({from.precision, to.precision, lengthUlp, isWhole ? 0. : valueUlp});
     const Rational largest = std::max(magnitude(from.value), magnitude(to.value));
-    const double slack = 8 * ulpOf(rounded(largest));
-    return {Kind::finite, from.value + fraction * (to.value - from.value), slack, false};
+    const double slack =
+        from.isWide ? 8 * lengthUlp + (isWhole ? 0. : valueUlp) : 8 * ulpOf(rounded(largest));
+    return {Kind::finite, value, slack, precision, from.isWide};
   }
 
   /// Inside the span, at no event's time or at one's.
@@ -255,7 +265,7 @@ std::vector<Meeting> meetingsOf(const Curve& b, const Curve& c, const Options& o
 Exact difference(const Exact& c, const Exact& b) {
   if (isSame(c, b)) return {};
   if (c.isFinite() && b.isFinite())
-    return {Kind::finite, c.value - b.value, c.slack + b.slack, false};
+    return {Kind::finite, c.value - b.value, c.slack + b.slack, 0, false};
   return exactOf(asDouble(c) - asDouble(b));
 }
 
@@ -306,13 +316,14 @@ class Rules {
         relative > Rational(options_.absTol) || b.slack > 0
             ? Rational(options_.relTol) * b.slack + Rational(2 * ulpOf(rounded(value)))
             : Rational(0);
-    return {Kind::finite, value, slack, false};
+    return {Kind::finite, value, slack, 0, false};
   }
 
-  static Rational bound(const Exact& b, const Exact& c, const Exact& tolerance) {
-    const Rational rounding =
-        inputRounding(b) + inputRounding(c) + Rational(ulpOf(rounded(tolerance.value)));
-    return tolerance.value + (tolerance.value > 0 ? Rational(rounding / 2) : Rational(0));
+  Rational bound(const Exact& b, const Exact& c, const Exact& tolerance) const {
+    if (tolerance.value == 0) return 0;
+    const Rational inBaseline = Rational(b.precision) * (1 + Rational(options_.relTol));
+    return tolerance.value + (inBaseline + Rational(c.precision)) / 2 +
+           Rational(ulpOf(rounded(tolerance.value)));
   }
 
   /// How far rounding may move a difference against its bound.

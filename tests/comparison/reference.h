@@ -18,7 +18,8 @@ struct Exact {
   Kind kind = Kind::finite;
   Rational value;
   Rational slack;
-  bool isWide = false;  ///< an integer of 64 bits as it was sampled
+  double precision = 0;  ///< the step to the next number of its kind
+  bool isWide = false;   ///< of a series of 64-bit integers
 
   bool isFinite() const { return kind == Kind::finite; }
 };
