@@ -48,13 +48,6 @@ std::string randomSuffix() {
   return text + ".part";
 }
 
-/// The path behind links, so that the link stays when the file is replaced.
-std::string resolved(const std::string& path) {
-  std::error_code error;
-  const std::filesystem::path real = std::filesystem::weakly_canonical(path, error);
-  return error ? path : real.string();
-}
-
 Handle createProperties(Id (*fill)(Id)) {
   Handle properties(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
   checked(H5Pset_obj_track_times(properties, false));
@@ -84,7 +77,7 @@ struct DataFileWriter::Impl {
   bool hasOpenVariable = false;
   bool isWritten = false;
 
-  explicit Impl(const std::string& name) : target(resolved(name)) {
+  explicit Impl(const std::string& name) : target(name) {
     path = target + randomSuffix();
     checkTarget();
     disk.descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -116,7 +109,7 @@ struct DataFileWriter::Impl {
 
   void checkTarget() const {
     struct stat status {};
-    if (stat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    if (lstat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
       raise("something that is no regular file stands there");
     }
   }

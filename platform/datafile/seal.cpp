@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "datafile/datafile.h"
+
 namespace datafile {
 namespace {
 
@@ -80,6 +82,10 @@ std::uint32_t checksumOf(int descriptor, std::uint64_t length) {
 
 }  // namespace
 
+bool beginsLikeADataFile(std::string_view begin) {
+  return begin.starts_with(kMagic);
+}
+
 int seal(int descriptor) {
   const std::uint64_t length = lengthOf(descriptor);
   const Block block = blockOf(checksumOf(descriptor, length), length);
@@ -91,7 +97,7 @@ int seal(int descriptor) {
 std::string brokenSeal(int descriptor) {
   Block found{};
   const std::size_t count = transfer(pread, descriptor, found.data(), found.size(), 0);
-  if (!std::string_view(found.data(), count).starts_with(kMagic)) {
+  if (!beginsLikeADataFile({found.data(), count})) {
     return "it is no data file";
   }
   std::uint32_t format = 0;

@@ -194,6 +194,10 @@ Finding inspectFile(const std::string& path, std::int32_t applicationId) {
   return {FileKind::ours, {}};
 }
 
+bool beginsLikeADatabase(const std::string& location) {
+  return FileView(resolvedPath(location)).header().startsLikeADatabase();
+}
+
 bool createEmptyFile(const std::string& path) {
   // Not the engine: it would create the file readable for everybody. A file made here can have
   // no connection whose locks the closing could drop.

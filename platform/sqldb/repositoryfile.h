@@ -40,6 +40,10 @@ struct Finding {
 /// changes. \throws as Database::identify
 Finding inspectFile(const std::string& path, std::int32_t applicationId);
 
+/// Whether a regular file begins as every database does, whoever made it. Looks as inspectFile
+/// does; a link in the last place is refused. \throws the engine's error when it cannot be read
+bool beginsLikeADatabase(const std::string& location);
+
 /// Creates an empty file that only its owner can read. \returns false when there is one already
 bool createEmptyFile(const std::string& path);
 

@@ -234,6 +234,10 @@ auto withFile(const std::wstring& file, Function&& function) {
 
 }  // namespace
 
+bool beginsLikeASavedFile(std::string_view begin) {
+  return datafile::beginsLikeADataFile(begin);
+}
+
 void checkFile(const std::wstring& file) {
   withFile(file, [](const datafile::DataFileReader& reader) { readDescriptor(reader); });
 }

@@ -1,9 +1,8 @@
 #include "saving/saving.h"
 
-#include <filesystem>
-
 #include "kodiag/diagnostics.h"
 #include "objectmanager/opening.h"
+#include "objectmanager/outputpath.h"
 #include "objectmanager/repositorylock.h"
 #include "objects/strings.h"
 #include "saving/chunkrecords.h"
@@ -23,16 +22,11 @@ using kodiag::util::diagnostics;
                 {{"Location", file}, {"Reason", reason}});
 }
 
-/// The new file would take the place of the repository with everything in it.
-void refuseRepository(const std::wstring& file, const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error) ||
-      std::filesystem::is_empty(path, error)) {
-    return;
+/// The new file would take the place of what lies there.
+void refuseUnlessReplaceable(const std::string& path) {
+  if (const std::string reason = whyNotToWrite(path); !reason.empty()) {
+    raiseNotWritten(path, reason);
   }
-  diagnostics isNone;
-  ObjectManager::checkFile(file, isNone);
-  if (isNone.empty()) raiseNotWritten(path, "a repository stands there");
 }
 
 void putObject(datafile::DataFileWriter& file, ObjectManager& manager, ObjectRow& row, int id,
@@ -92,12 +86,14 @@ void whileNothingChanges(ObjectManager& manager, Function&& function) {
 
 Contents save(ObjectManager& manager, const std::wstring& file, Set::Sessions sessions) {
   const std::string path = text::toUtf8(file);
-  refuseRepository(file, path);
+  refuseUnlessReplaceable(path);
   try {
     datafile::DataFileWriter writer(path);
     Contents contents;
     whileNothingChanges(manager,
                         [&] { contents = writeEverything(writer, manager, sessions); });
+    // Once more: somebody may have made a repository there meanwhile.
+    refuseUnlessReplaceable(path);
     writer.commit(wantedDurability());
     return contents;
   } catch (const kodiag::except::ExceptionWithCauses& error) {

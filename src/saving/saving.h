@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "objectmanager/objectmanager.h"
 #include "objects/set.h"
@@ -14,9 +15,12 @@ struct Contents {
   int signals = 0;
 };
 
-/// What ObjectManager::save does, for the runs of this instance or of all.
+/// What ObjectManager::save does, for the runs of this instance or of all. A file that stands
+/// there is replaced unless whyNotToWrite has something against it.
 Contents save(ObjectManager& manager, const std::wstring& file, Set::Sessions sessions);
 
+/// Whether a file that begins so was saved by us.
+bool beginsLikeASavedFile(std::string_view begin);
 /// Throws what load() throws for a file that is not as it was written or holds no saved runs.
 /// What those hold is not looked at.
 void checkFile(const std::wstring& file);

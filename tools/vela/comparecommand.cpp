@@ -7,10 +7,10 @@
 #include "kodiag/diagnostics.h"
 #include "runcomparison/runcomparison.h"
 #include "text/utf8.h"
-#include "tools/vela/atomicfile.h"
 #include "tools/vela/comparisonview.h"
 #include "tools/vela/context.h"
 #include "tools/vela/junit.h"
+#include "tools/vela/outputfile.h"
 #include "tools/vela/readreport.h"
 #include "tools/vela/recorder.h"
 #include "tools/vela/repositories.h"
@@ -29,6 +29,7 @@ struct CompareOptions {
   std::string junit;
   std::string alignment;
   bool noStore = false;
+  bool force = false;
   RunComparisonOptions comparison;
 };
 
@@ -161,8 +162,8 @@ void print(const ShownComparison& shown, const Context& context) {
 }
 
 ExitCode compare(const Context& context, const CompareOptions& options) {
-  std::optional<AtomicFile> junit;
-  if (!options.junit.empty()) junit.emplace(options.junit);
+  std::optional<OutputFile> junit;
+  if (!options.junit.empty()) junit.emplace(options.junit, kJunitReport, options.force);
   std::optional<ShownComparison> shown;
   try {
     shown = shownComparison(context, options);
@@ -246,6 +247,7 @@ void addCompareCommand(CLI::App& app, Context& context) {
       ->add_option("--junit", options->junit,
                    "Also write the outcomes to this file, as test results in JUnit's XML")
       ->type_name("FILE");
+  addForceOption(*command, options->force);
   command
       ->add_option("--recheck", options->recheck,
                    "Compare again what this comparison run keeps, with its tolerances or those "

@@ -65,7 +65,13 @@ std::string document(const std::string& suite, const std::vector<ptree>& cases) 
   return out.str();
 }
 
+bool isReport(std::string_view begin) {
+  return begin.starts_with("<?xml") && begin.find("<testsuite") != std::string_view::npos;
+}
+
 }  // namespace
+
+const OutputKind kJunitReport{"a report of test results", isReport};
 
 std::string junitOf(const ShownComparison& shown) {
   const std::string suite = shown.baseline + " against " + shown.compared;

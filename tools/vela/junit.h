@@ -4,8 +4,12 @@
 #include <string>
 
 #include "tools/vela/comparisonview.h"
+#include "tools/vela/outputfile.h"
 
 namespace vela::tool {
+
+/// Test results in this form, whoever wrote them.
+extern const OutputKind kJunitReport;
 
 /// A test case a signal; all but "within" and what the comparison allows are failures. Where
 /// nothing was compared there is one more, which is an error.

@@ -6,6 +6,7 @@
 #include "saving/saving.h"
 #include "text/utf8.h"
 #include "tools/vela/context.h"
+#include "tools/vela/outputfile.h"
 #include "tools/vela/repositories.h"
 #include "tools/vela/runview.h"
 #include "tools/vela/terminal.h"
@@ -14,7 +15,10 @@
 namespace vela::tool {
 namespace {
 
-ExitCode save(const Context& context, const std::string& file) {
+const OutputKind kSavedRuns{"a file of saved runs", saving::beginsLikeASavedFile};
+
+ExitCode save(const Context& context, const std::string& file, bool force) {
+  requireReplaceable(file, kSavedRuns, force);
   Repository repository = Repository::openForReading(context);
   saving::Contents saved;
   {
@@ -36,12 +40,15 @@ ExitCode save(const Context& context, const std::string& file) {
 
 void addSaveCommand(CLI::App& app, Context& context) {
   CLI::App* const command = app.add_subcommand(
-      "save", "Write all runs to a data file; one of that name is replaced when it is whole");
+      "save",
+      "Write all runs to a data file; an older one is replaced when the new one is whole");
   addCommonOptions(*command, context);
   auto file = std::make_shared<std::string>();
   command->add_option("FILE", *file, "The data file (HDF5)")->required();
-  command->callback([&context, file] {
-    context.command = [&context, file] { return save(context, *file); };
+  auto force = std::make_shared<bool>(false);
+  addForceOption(*command, *force);
+  command->callback([&context, file, force] {
+    context.command = [&context, file, force] { return save(context, *file, *force); };
   });
 }
 
