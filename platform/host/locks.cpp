@@ -11,6 +11,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/interrupt.h"
 #include "host/names.h"
 #include "kodiag/message.h"
 
@@ -120,6 +121,7 @@ bool FileLock::lockWithin(std::uint64_t offset, LockKind kind,
   microseconds pause(20);
   while (!tryLock(offset, kind)) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
+    stopIfInterrupted("wait for a lock");
     std::this_thread::sleep_for(pause);
     pause = std::min(2 * pause, microseconds(1000));
   }

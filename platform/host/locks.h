@@ -31,6 +31,7 @@ class FileLock {
   /// its kind. \throws "KODD:kodd:IOError" when the kernel cannot lock this file
   bool tryLock(std::uint64_t offset, LockKind kind);
   /// tryLock again and again, at first every few ten microseconds, until `timeout` is over.
+  /// \throws "KODD:kodd:Interrupted"
   bool lockWithin(std::uint64_t offset, LockKind kind, std::chrono::milliseconds timeout);
   void unlock(std::uint64_t offset) noexcept;
   /// Whether somebody else holds a lock on the byte.

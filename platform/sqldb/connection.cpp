@@ -6,6 +6,7 @@
 #include <system_error>
 #include <thread>
 
+#include "host/interrupt.h"
 #include "kodiag/diagnostics.h"
 #include "sqldb/error.h"
 
@@ -17,6 +18,9 @@ constexpr std::size_t kTextInMessages = 200;
 /// Twice the length at which the log is copied: cutting it shorter at every new start would
 /// cost a third of all writing, since its blocks are then allocated again and again.
 constexpr const char* kLogLimit = "PRAGMA journal_size_limit = 33554432";
+
+/// Steps of the engine's machine, a few microseconds' worth.
+constexpr int kStepsBetweenPolls = 250;
 
 constexpr const char* kControlTexts[] = {"BEGIN",           "BEGIN IMMEDIATE", "COMMIT",
                                          "ROLLBACK",        "SAVEPOINT unit",  "RELEASE unit",
@@ -49,6 +53,8 @@ Connection::~Connection() {
 
 void Connection::configure() {
   sqlite3_busy_timeout(handle_, kEngineWaitMilliseconds);
+  sqlite3_progress_handler(
+      handle_, kStepsBetweenPolls, [](void*) -> int { return host::isInterrupted(); }, nullptr);
   set(SQLITE_DBCONFIG_DEFENSIVE, 1);
   set(SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0);
   set(SQLITE_DBCONFIG_ENABLE_TRIGGER, 0);
@@ -117,6 +123,7 @@ void Connection::turnOnLog(std::chrono::milliseconds timeout) {
       const bool busy = e.message().id.key == "RepositoryBusy";
       if (!busy || std::chrono::steady_clock::now() >= deadline) throw;
     }
+    host::stopIfInterrupted("open");
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   if (queryText("PRAGMA journal_mode = PERSIST") != "persist") {
@@ -168,6 +175,7 @@ std::string Connection::queryText(const std::string& sql) {
 }
 
 int Connection::control(Control which) {
+  const host::Uninterruptible whole;
   sqlite3_stmt* statement = controls_[static_cast<std::size_t>(which)];
   const int code = sqlite3_step(statement);
   sqlite3_reset(statement);  // repeats the code of the step

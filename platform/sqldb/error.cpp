@@ -32,6 +32,8 @@ kodiag::MessageID idOf(int extendedCode) {
       return {"KODD:kodd", "IOError"};
     case SQLITE_TOOBIG:
       return {"KODD:kodd", "ValueTooLarge"};
+    case SQLITE_INTERRUPT:
+      return {"KODD:kodd", "Interrupted"};
     case SQLITE_NOMEM:
       return {"KODD:kodd", "OutOfMemory"};
     default:

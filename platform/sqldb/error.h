@@ -11,7 +11,8 @@ namespace sqldb {
 /// The message for an extended result code of the engine.
 ///
 /// corrupt and not-a-database files: "sqldb:ssdb:Corrupt"; busy: "KODD:kodd:RepositoryBusy";
-/// then "DiskFull", "ReadOnly", "FileRemoved", "IOError", "ValueTooLarge", "OutOfMemory";
+/// then "DiskFull", "ReadOnly", "FileRemoved", "IOError", "ValueTooLarge", "OutOfMemory",
+/// "Interrupted";
 /// everything else "nexstore:nex:InternalError".
 ///
 /// \param operation  what was being done, for the text: "append to Chunk", "open"

@@ -29,6 +29,22 @@ std::uint64_t instanceByte(long long instanceID) {
   return kFirstInstanceByte + static_cast<std::uint64_t>(instanceID) % kPlaces;
 }
 
+/// The head of the queue for the write lock, while it lives and if it was free in time.
+class QueuePlace {
+ public:
+  QueuePlace(host::FileLock& file, std::chrono::milliseconds timeout)
+      : file_(file), taken_(file.lockWithin(kQueueByte, LockKind::exclusive, timeout)) {}
+  ~QueuePlace() {
+    if (taken_) file_.unlock(kQueueByte);
+  }
+  QueuePlace(const QueuePlace&) = delete;
+  QueuePlace& operator=(const QueuePlace&) = delete;
+
+ private:
+  host::FileLock& file_;
+  bool taken_;
+};
+
 }  // namespace
 
 RepositoryLock::RepositoryLock(const std::string& path, Milliseconds timeout)
@@ -76,12 +92,9 @@ bool RepositoryLock::waitForWrite(Milliseconds timeout) {
   // process that writes in a tight loop would take the lock again long before a sleeper sees it
   // free.
   const auto deadline = Clock::now() + timeout;
-  const bool first =
-      file_.lockWithin(kQueueByte, LockKind::exclusive, std::min(timeout, kQueueCourtesy));
+  const QueuePlace place(file_, std::min(timeout, kQueueCourtesy));
   const auto rest = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now());
-  const bool taken = file_.lockWithin(kWriteByte, LockKind::exclusive, rest);
-  if (first) file_.unlock(kQueueByte);
-  return taken;
+  return file_.lockWithin(kWriteByte, LockKind::exclusive, rest);
 }
 
 void RepositoryLock::releaseWrite() noexcept {

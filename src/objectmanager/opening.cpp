@@ -7,6 +7,7 @@
 #include <string_view>
 #include <thread>
 
+#include "host/interrupt.h"
 #include "host/locks.h"
 #include "kodiag/message.h"
 #include "objectmanager/persistentdmr.h"
@@ -21,6 +22,8 @@ using kodiag::util::diagnostics;
 
 constexpr int kAttempts = 10;
 constexpr auto kPauseAfterFailure = std::chrono::milliseconds(500);
+/// How long a pause may last without looking whether the call should stop.
+constexpr auto kNap = std::chrono::milliseconds(50);
 
 bool failedWith(const diagnostics& failure, std::string_view id) {
   return !failure.empty() && failure.messages().front().id.str() == id;
@@ -41,16 +44,25 @@ bool isHopeless(const diagnostics& failure) {
   return isBeyondRepair(failure) || failedWith(failure, "KODD:kodd:NotARepository");
 }
 
+void pauseAfterFailure() {
+  for (auto slept = std::chrono::milliseconds(0); slept < kPauseAfterFailure; slept += kNap) {
+    host::stopIfInterrupted("open");
+    std::this_thread::sleep_for(kNap);
+  }
+}
+
 using Attempt = std::function<void(diagnostics&)>;
 
 /// \returns nothing when an attempt succeeded, else what the last one left
+/// \throws "KODD:kodd:Interrupted"
 diagnostics attemptRepeatedly(const Attempt& attempt, bool (*giveUp)(const diagnostics&)) {
   diagnostics failure;
   for (int i = 0; i < kAttempts; ++i) {
     failure.clear();
     attempt(failure);
+    if (failedWith(failure, "KODD:kodd:Interrupted")) failure.raiseIfAny();
     if (failure.empty() || giveUp(failure)) break;
-    std::this_thread::sleep_for(kPauseAfterFailure);
+    pauseAfterFailure();
   }
   return failure;
 }
@@ -67,7 +79,8 @@ void underCreationLock(const std::function<void()>& work) {
   std::optional<host::NamedLock> lock;
   try {
     lock.emplace(kCreationLockName);
-  } catch (const kodiag::except::ExceptionWithCauses&) {
+  } catch (const kodiag::except::ExceptionWithCauses& failure) {
+    if (host::isInterruption(failure)) throw;
     // Taken for too long, or the temporary directory cannot be written.
   }
   work();

@@ -23,6 +23,7 @@ TEST(ErrorTest, MapsTheEnginesCodesToWhatACallerCanDo) {
       {10 | 12 << 8, "KODD:kodd:OutOfMemory"},
       {7, "KODD:kodd:OutOfMemory"},
       {18, "KODD:kodd:ValueTooLarge"},
+      {9, "KODD:kodd:Interrupted"},
       {21, "nexstore:nex:InternalError"},
       {1, "nexstore:nex:InternalError"},
   };
