@@ -1,8 +1,11 @@
 """How the command behaves: exit codes, refusals, what goes where."""
 
+import fcntl
 import hashlib
 import os
+import signal
 import sqlite3
+import struct
 import subprocess
 import time
 
@@ -107,6 +110,27 @@ def test_words_go_to_standard_error_and_quiet_silences_them(vela, drive):
     assert "imported 1 run" in done.stderr and "\033" not in done.stderr and "\r" not in done.stderr
     assert vela("import", drive, "--into", "lab.dmr", "--quiet").stderr == ""
     assert vela("ls", "-r", "lab.dmr").stderr == ""
+
+
+def lock_byte(file, byte, command):
+    """A lock of the open file description on one byte; whether somebody else's stands in the way."""
+    asked = struct.pack("hhqqi4x", fcntl.F_WRLCK, os.SEEK_SET, byte, 1, 0)
+    return struct.unpack("hhqqi4x", fcntl.fcntl(file, command, asked))[0] != fcntl.F_UNLCK
+
+
+def test_ctrl_c_ends_a_call_that_waits_and_leaves_nothing(vela, drive, tmp_path):
+    vela("import", drive, "--into", "lab.dmr")
+    before = vela.json("ls", "-r", "lab.dmr")
+    with open(tmp_path / "lab.dmr-lock", "r+b") as lock:
+        lock_byte(lock, 0, fcntl.F_OFD_SETLK)
+        waiting = subprocess.Popen([os.environ["VELA"], "import", drive, "--into", "lab.dmr"], cwd=tmp_path,
+                                   env=vela.environment, stderr=subprocess.PIPE, text=True)
+        while not lock_byte(lock, 2, fcntl.F_OFD_GETLK):  # the queue of writers
+            time.sleep(0.01)
+        waiting.send_signal(signal.SIGINT)
+        assert "interrupted" in waiting.communicate(timeout=10)[1]
+    assert waiting.returncode == 130
+    assert vela.json("ls", "-r", "lab.dmr") == before
 
 
 def test_the_repository_can_come_from_the_environment(vela, drive):

@@ -10,9 +10,10 @@ namespace vela::tool {
 /// How the command ends; the numbers are a promise to scripts.
 enum ExitCode : int {
   kDone = 0,
-  kDifferent = 1,  ///< compared, and outside the tolerances
-  kFailed = 2,     ///< usage or operation failed, nothing was changed
-  kLoss = 3,       ///< done, but something in the input could not be read
+  kDifferent = 1,      ///< compared, and outside the tolerances
+  kFailed = 2,         ///< usage or operation failed, nothing was changed
+  kLoss = 3,           ///< done, but something in the input could not be read
+  kInterrupted = 130,  ///< stopped by Ctrl-C, nothing was changed
 };
 
 struct Context {

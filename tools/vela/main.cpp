@@ -7,6 +7,7 @@
 
 #include "kodiag/diagnostics.h"
 #include "tools/vela/context.h"
+#include "tools/vela/interruption.h"
 #include "tools/vela/statementreport.h"
 #include "tools/vela/terminal.h"
 #include "tools/vela/version.h"
@@ -25,7 +26,7 @@ constexpr const char* kIntroduction =
 
 constexpr const char* kExitCodes =
     "Exit codes: 0 done, 1 compared and different, 2 usage or operation failed,\n"
-    "3 done but something in the input could not be read.\n"
+    "3 done but something in the input could not be read, 130 stopped by Ctrl-C.\n"
     "Data goes to standard output, words and progress to standard error; NO_COLOR is honoured.";
 
 ExitCode run(int argc, char** argv) {
@@ -67,17 +68,23 @@ ExitCode run(int argc, char** argv) {
   return context.command();
 }
 
+/// Whatever fails after Ctrl-C fails for that.
+ExitCode failWith(const std::string& words) {
+  complain(wasInterrupted() ? "interrupted; what was begun is undone" : words);
+  return wasInterrupted() ? kInterrupted : kFailed;
+}
+
 }  // namespace
 }  // namespace vela::tool
 
 int main(int argc, char** argv) {
   using namespace vela::tool;
+  stopOnInterrupt();
   try {
     return run(argc, argv);
   } catch (const kodiag::except::ExceptionWithCauses& error) {
-    complain(error.innermost().textWithCauses());
+    return failWith(error.innermost().textWithCauses());
   } catch (const std::exception& error) {
-    complain(error.what());
+    return failWith(error.what());
   }
-  return kFailed;
 }
