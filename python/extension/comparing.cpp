@@ -22,10 +22,8 @@ struct RunGiven {
 
 RunGiven runGiven(py::handle repository, py::handle id, const char* input) {
   const Place place{kMethod, input};
-  if (!isHostObject(repository.ptr()) || !objectIn(repository.ptr())) {
-    refuseType(place, "a run or (vela.Repository, run ID)", repository);
-  }
-  return {objectIn(repository.ptr()), toHostArray(id, place)};
+  return {objectGiven(repository, place, "a run or (vela.Repository, run ID)"),
+          toHostArray(id, place)};
 }
 
 RunComparisonOptions optionsFrom(const py::dict& settings) {
@@ -109,16 +107,14 @@ py::dict resultOf(const RunComparison& comparison) {
 
 py::dict compareRuns(py::handle baseline, py::handle baselineRun, py::handle compared,
                      py::handle comparedRun, const py::dict& settings, bool isStoring) {
-  const auto result = translating<std::optional<py::dict>>(std::nullopt, [&] {
+  return raisingPythonErrors([&] {
     const RunGiven first = runGiven(baseline, baselineRun, "baseline");
     const RunGiven second = runGiven(compared, comparedRun, "compared");
     const RunComparisonOptions options = optionsFrom(settings);
     RunComparison comparison;
     withoutLock([&] { comparison = compare(first, second, options, isStoring); });
-    return std::optional(resultOf(comparison));
+    return resultOf(comparison);
   });
-  if (!result) throw py::error_already_set();
-  return *result;
 }
 
 }  // namespace vela::python

@@ -1,7 +1,9 @@
 // Failures between the two languages.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "pythonapi.h"
 
@@ -49,6 +51,25 @@ Result translating(Result failure, Function&& function) {
     setPythonError();
     return failure;
   }
+}
+
+/// Calls `function` on behalf of pybind11; a C++ exception becomes the Python one.
+template <class Function>
+auto raisingPythonErrors(const Function& function) {
+  using Result = decltype(function());
+  auto result = translating<std::optional<Result>>(
+      std::nullopt, [&] { return std::optional<Result>(function()); });
+  if (!result) throw py::error_already_set();
+  return std::move(*result);
+}
+
+/// The same for a function that gives nothing back and needs no lock.
+template <class Function>
+py::none withoutResult(const Function& function) {
+  return raisingPythonErrors([&] {
+    withoutLock(function);
+    return py::none();
+  });
 }
 
 }  // namespace vela::python

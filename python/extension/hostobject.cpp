@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "documentation.h"
-#include "errors.h"
 #include "hostmethod.h"
 
 namespace vela::python {
@@ -197,6 +196,14 @@ bool isHostObject(PyObject* object) {
 
 const std::shared_ptr<COSObject>& objectIn(PyObject* object) {
   return asObject(object)->held;
+}
+
+const std::shared_ptr<COSObject>& objectGiven(py::handle object, const Place& place,
+                                              const std::string& expected) {
+  if (!isHostObject(object.ptr()) || !objectIn(object.ptr())) {
+    refuseType(place, expected, object);
+  }
+  return objectIn(object.ptr());
 }
 
 host::HostArray arrayOf(PyObject* object) {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "errors.h"
 #include "host/classes/classes.h"
 #include "pythonapi.h"
 
@@ -16,6 +17,9 @@ py::object makePythonClass(const host::COSClassInfo& info, const std::string& pa
 bool isHostObject(PyObject* object);
 /// The host's object in a Python one; null while `__init__` has not been called.
 const std::shared_ptr<host::COSObject>& objectIn(PyObject* object);
+/// The same for an input of a function. \throws TypeError "must be ..." for anything else
+const std::shared_ptr<host::COSObject>& objectGiven(py::handle object, const Place& place,
+                                                    const std::string& expected);
 /// The array that holds it.
 host::HostArray arrayOf(PyObject* object);
 /// The Python object of an object of the host: the one there is, or a new one.

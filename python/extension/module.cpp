@@ -18,6 +18,7 @@
 #include "progress.h"
 #include "pythonapi.h"
 #include "scripting/module.h"
+#include "signals.h"
 #include "streaming.h"
 #include "toarray.h"
 
@@ -126,6 +127,7 @@ int load(PyObject* self) {
     QueryOBFcnTable_nexstore()->initialize();
     addClasses(module);
     addFunctions(module);
+    addSignalFunctions(module);
     addStreamFunctions(module);
     py::module_::import("atexit").attr("register")(py::cpp_function(&terminate));
     return 0;

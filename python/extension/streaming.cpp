@@ -19,24 +19,6 @@ namespace {
 using yarrow::YarrowAPI;
 using Doubles = py::array_t<double, py::array::c_style | py::array::forcecast>;
 
-/// Runs `body`; a failure becomes the Python exception that belongs to it.
-template <class Body>
-auto raisingPythonErrors(const Body& body) {
-  using Result = decltype(body());
-  auto result = translating<std::optional<Result>>(
-      std::nullopt, [&] { return std::optional<Result>(body()); });
-  if (!result) throw py::error_already_set();
-  return std::move(*result);
-}
-
-template <class Body>
-py::none withoutResult(const Body& body) {
-  return raisingPythonErrors([&] {
-    withoutLock(body);
-    return py::none();
-  });
-}
-
 YarrowAPI::Rows rowsFrom(const Doubles& times, const Doubles& values, const char* method) {
   const Place place{method, "values"};
   if (times.ndim() != 1 || values.ndim() != 2 || values.shape(0) != times.shape(0)) {

@@ -4,6 +4,8 @@ import typing
 
 import numpy as np
 
+from vela import _vela
+
 
 class Samples(typing.NamedTuple):
     """Samples of a signal: `times` in seconds, shape (n,), and `values`, shape (n, ...)."""
@@ -57,17 +59,36 @@ class Signal:
         data = self._repository.getSignalDataValues(self.id, True, float(start), float(stop))
         return Samples(data["Time"], data["Data"])
 
-    def append(self, times, values):
+    def append(self, times, values, rewind=False):
         """Appends samples, all or none.
 
         Parameters
         ----------
         times : array_like, shape (n,), or a number
-            Seconds, not decreasing.
+            Seconds, not decreasing. A time equal to the newest stored one is kept beside it.
         values : array_like, shape (n, ...)
+        rewind : bool
+            Drop the samples stored at or after the first of `times` before.
+
+        Raises
+        ------
+        vela.DataError
+            The first time is before the newest stored one, and `rewind` is false; or the samples
+            do not fit the signal. What was stored is unchanged.
         """
         self._file.require_writable()
-        self._repository.appendSignalData(self.id, times, values)
+        _vela.appendSamples(self._repository, self.id, times, values, bool(rewind))
+
+    def rewind(self, time):
+        """Drops the samples at or after a time.
+
+        Parameters
+        ----------
+        time : float
+            Seconds.
+        """
+        self._file.require_writable()
+        self._repository.rollback(self.id, time)
 
     def to_pandas(self):
         """A `pandas.Series` of the values over the times."""

@@ -14,6 +14,7 @@
 #include "scripting/conversion.h"
 #include "scripting/errors.h"
 #include "scripting/sampleclass.h"
+#include "text/numbers.h"
 
 namespace vela::scripting {
 namespace {
@@ -378,6 +379,25 @@ void appendSamples(const Streams& streams, const HostArray& times, const GivenVa
         storedFor(leaf, classes, streamIn(values, streams, k), values, operation);
     add(leaf, times.values<double>(), stored, {}, operation);
   }
+}
+
+void requireNotBeforeStored(const Streams& streams, const HostArray& times,
+                            const std::string& operation) {
+  if (times.isEmpty()) return;
+  const double first = times.values<double>().front();
+  for (const auto& leaf : streams.leaves) {
+    const double newest = leaf->getLatestTimeValue();
+    // Without samples the newest time is that of the run's start, which nothing has to follow.
+    if (!(first < newest) || leaf->getExtent().samples == 0) continue;
+    refuse("InvalidData", operation,
+           "time " + text::shortest(first) + " is before " + text::shortest(newest) +
+               ", the newest time of signal " + std::to_string(leaf->getID()) +
+               "; rewind to drop what is stored from there on");
+  }
+}
+
+void dropSamplesFrom(const Streams& streams, double time) {
+  for (const auto& leaf : streams.leaves) leaf->rollback(time);
 }
 
 void replaceValues(const Streams& streams, const GivenValues& values,

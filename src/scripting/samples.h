@@ -55,6 +55,17 @@ void requireOneForEachTime(const GivenValues& values, std::size_t times,
 void appendSamples(const Streams& streams, const host::HostArray& times,
                    const GivenValues& values, const std::string& operation);
 
+/// \param times  as timesIn() makes them
+/// \throws "nexstore:nex:InvalidData" when the first of them lies before the newest stored
+/// time,
+///         so that appending would drop samples
+void requireNotBeforeStored(const Streams& streams, const host::HostArray& times,
+                            const std::string& operation);
+
+/// Drops the samples at and after a time. Part of a unit of work.
+/// \throws "nexstore:nex:InvalidData" for NaN
+void dropSamplesFrom(const Streams& streams, double time);
+
 /// Puts the values in place of those that are stored. Part of a unit of work.
 /// \throws as appendSamples(); "nexstore:nex:InvalidDimensions" for another number of samples
 void replaceValues(const Streams& streams, const GivenValues& values,

@@ -103,9 +103,7 @@ Int32<"count"> getNumberOfChunks(Reading, SignalByID signal) {
 }
 
 void rollback(Repository repository, SignalByID signal, Real<"time"> time) {
-  repository.manager.inTransaction([&] {
-    for (const auto& leaf : streamsOf(signal.signal).leaves) leaf->rollback(time);
-  });
+  repository.manager.inTransaction([&] { dropSamplesFrom(streamsOf(signal.signal), time); });
 }
 
 void removeSignal(Repository repository, SignalByID signal) {

@@ -101,6 +101,24 @@ def test_signals_are_added_read_cut_and_extended(file):
     assert "speed" in run._repr_html_() and "km/h" in repr(speed)
 
 
+@pytest.mark.parametrize("values", [np.arange(5.0), np.arange(20.0).reshape(5, 2, 2), np.arange(5) + 1j])
+def test_stored_samples_are_dropped_on_request_only(file, values):
+    signal = file.runs.create("late").add("s", range(5), values)
+    for times, rewind in [([2, 2.5], False), ([3, 2], True)]:
+        with pytest.raises(vela.DataError):
+            signal.append(times, values[:2], rewind=rewind)
+        assert signal.times.tolist() == [0, 1, 2, 3, 4] and np.array_equal(signal.values, values)
+    signal.append([4], values[:1])
+    assert signal.times.tolist() == [0, 1, 2, 3, 4, 4]
+    signal.append([2, 2.5], values[:2], rewind=True)
+    assert signal.times.tolist() == [0, 1, 2, 2.5] and np.array_equal(signal.values[2:], values[:2])
+    signal.rewind(2)
+    assert signal.times.tolist() == [0, 1]
+    signal.rewind(-1)
+    signal.append([-7], values[:1])
+    assert signal.times.tolist() == [-7]
+
+
 @pytest.mark.parametrize("values", [
     np.arange(12.0).reshape(3, 4), np.arange(12).reshape(3, 2, 2), np.array([1 + 2j, 3, 4j]),
     np.array([True, False, True]), np.arange(3, dtype=np.uint8),
