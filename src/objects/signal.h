@@ -168,7 +168,9 @@ class Signal : public Element, public SignalEnums {
 
   /// A signal described like `compareTo` that shows a difference: a copy of the samples of
   /// `diffData`, or, when that is null, 0 over the range of `compareTo`. `name` goes into its
-  /// name. Belongs to no run yet. The tolerance signal likewise.
+  /// name. Belongs to no run yet. The tolerance signal likewise. A complex, matrix or bus
+  /// signal has a part in the result for each of its own, unless the data are one signal.
+  /// \throws "nexstore:nex:InvalidData" when the data have other parts than `compareTo`
   static boost::shared_ptr<Signal> createDifferenceSignal(Signal* diffData, Signal* baseline,
                                                           Signal* compareTo,
                                                           const std::wstring& name,

@@ -1,11 +1,15 @@
 #include "objects/signalcomparison.h"
 
+#include <algorithm>
+#include <map>
+#include <optional>
 #include <set>
 
 #include "kodiag/catalog.h"
 #include "kodiag/message.h"
 #include "objects/find.h"
 #include "objects/set.h"
+#include "objects/signalremoval.h"
 #include "objects/strings.h"
 #include "text/utf8.h"
 
@@ -36,6 +40,52 @@ void requireOwnSource(Signal& signal, ObjectManager& manager) {
   signal.setSignalSourceID(manager.createObject(strings::SignalSource, true)->getObjectID());
 }
 
+/// A signal and all below it, every one behind its parent.
+struct Tree {
+  std::vector<SignalPtr> signals;
+  std::vector<std::size_t> parents;  ///< places in `signals`; 0 for the first
+  std::set<int> recordOwners;        ///< signals whose samples are records the leaves read
+
+  explicit Tree(Signal& top) {
+    ObjectManager& manager = top.getObjectReference().getObjectManager();
+    std::map<int, std::size_t> places;
+    for (const int id : signalsBelow(manager, top.getID())) {
+      const SignalPtr signal = handleTo(manager, id);
+      const int parent = signal->getObjectReference().getPropertyInt32(strings::FK_Parent);
+      parents.push_back(signals.empty() ? 0 : places.at(parent));
+      places.emplace(id, signals.size());
+      signals.push_back(signal);
+      recordOwners.insert(signal->getHierarchicalSignalRootID());
+    }
+  }
+
+  bool hasParts() const { return signals.size() > 1; }
+  /// Whether its samples are to be copied: those of leaves go with the leaves.
+  bool hasOwnSamples(std::size_t place) const {
+    return !recordOwners.contains(signals[place]->getID());
+  }
+};
+
+/// Whether the parts of one stand where the parts of the other do.
+bool haveSameParts(const Tree& a, const Tree& b) {
+  const auto isSamePart = [](const SignalPtr& left, const SignalPtr& right) {
+    return left->getChannel() == right->getChannel() &&
+           left->getIsImagPartOfComplex() == right->getIsImagPartOfComplex();
+  };
+  return a.parents == b.parents &&
+         std::equal(a.signals.begin() + 1, a.signals.end(), b.signals.begin() + 1, isSamePart);
+}
+
+/// Copies the parts of a signal to below its copy, each made by `copyOf(place)`.
+template <class CopyOf>
+void copyParts(const Tree& tree, const SignalPtr& top, const CopyOf& copyOf) {
+  std::vector<SignalPtr> copies = {top};
+  for (std::size_t place = 1; place < tree.signals.size(); ++place) {
+    copies.push_back(copyOf(place));
+    copies.back()->setParent(copies[tree.parents[place]]);
+  }
+}
+
 /// Gives a result its samples: those of `data`, or 0 over the range of `compareTo`.
 void fill(const SignalPtr& result, Signal* data, Signal& compareTo) {
   if (data) {
@@ -47,12 +97,51 @@ void fill(const SignalPtr& result, Signal* data, Signal& compareTo) {
   if (range.isValid) result->createConstValueData(range.firstTime, range.lastTime, 0);
 }
 
+void describeResult(Signal& result, SourceType type) {
+  const bool isDifference = type == SourceType::Difference;
+  result.setSourceType(type);
+  result.setColor(isDifference ? kDifferenceColor : kToleranceColor);
+  result.setLineStyle(isDifference ? Signal::Solid : Signal::Dashed);
+}
+
+/// Below a result, a result for each part of the compared signal.
+void addResultParts(const SignalPtr& result, const Tree* data, const Tree& compareTo,
+                    SourceType type) {
+  copyParts(compareTo, result, [&](std::size_t place) {
+    const SignalPtr part =
+        compareTo.signals[place]->createDeepCopy(Signal::CopyMode::Properties);
+    describeResult(*part, type);
+    const bool hasSamples = data ? data->hasOwnSamples(place) : compareTo.hasOwnSamples(place);
+    if (hasSamples)
+      fill(part, data ? data->signals[place].get() : nullptr, *compareTo.signals[place]);
+    return part;
+  });
+}
+
+/// One signal's worth of data on what is described like a signal with parts.
+void takeShapeOf(Signal& result, const Signal& data) {
+  result.setComplexity(data.getComplexity());
+  result.setDimMode(data.getDimMode());
+  result.setDimensions(data.getDimensions());
+}
+
 SignalPtr filledResult(Signal* data, Signal& compareTo, SourceType type,
                        const std::wstring& name, ObjectManager& manager) {
   SignalPtr result;
   manager.inTransaction([&] {
+    const Tree compared(compareTo);
+    const std::optional<Tree> given = data ? std::optional<Tree>(*data) : std::nullopt;
+    if (given && given->hasParts() && !haveSameParts(*given, compared))
+      refuse("Storing the result of a comparison",
+             "the parts of signal " + std::to_string(data->getID()) +
+                 " are not those of signal " + std::to_string(compareTo.getID()));
     result = newResult(compareTo, type, name);
-    fill(result, data, compareTo);
+    if ((given ? *given : compared).hasOwnSamples(0)) fill(result, data, compareTo);
+    if (!compared.hasParts()) return;
+    if (given && !given->hasParts())
+      takeShapeOf(*result, *data);
+    else
+      addResultParts(result, given ? &*given : nullptr, compared, type);
   });
   return result;
 }
@@ -117,22 +206,28 @@ SignalPtr addComparison(Set& run, Signal& original, bool isWithinTol,
 }
 
 SignalPtr addInput(const SignalPtr& comparison, Signal& original, SourceType type) {
-  const SignalPtr copy = original.createDeepCopy(Signal::CopyMode::WithData);
+  const Tree tree(original);
+  const auto copyOf = [&](std::size_t place) {
+    const auto mode =
+        tree.hasOwnSamples(place) ? Signal::CopyMode::WithData : Signal::CopyMode::Properties;
+    const SignalPtr copy = tree.signals[place]->createDeepCopy(mode);
+    copy->setSourceType(type);
+    return copy;
+  };
+  const SignalPtr copy = copyOf(0);
+  copyParts(tree, copy, copyOf);
   copy->setName(named({"nexstore:nex", "ComparisonSourceSignalName"}, original.getName()));
-  copy->setSourceType(type);
   copy->setParent(comparison);
   return copy;
 }
 
 SignalPtr newResult(Signal& compareTo, SourceType type, const std::wstring& name) {
-  const bool isDifference = type == SourceType::Difference;
   const SignalPtr result = compareTo.createDeepCopy(Signal::CopyMode::Properties);
   requireOwnSource(*result, compareTo.getObjectReference().getObjectManager());
-  result->setName(isDifference ? named({"nexstore:nex", "DiffSignalName"}, name)
-                               : named({"nexstore:nex", "TolSignalName"}, name));
-  result->setSourceType(type);
-  result->setColor(isDifference ? kDifferenceColor : kToleranceColor);
-  result->setLineStyle(isDifference ? Signal::Solid : Signal::Dashed);
+  result->setName(type == SourceType::Difference
+                      ? named({"nexstore:nex", "DiffSignalName"}, name)
+                      : named({"nexstore:nex", "TolSignalName"}, name));
+  describeResult(*result, type);
   return result;
 }
 

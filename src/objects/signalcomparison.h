@@ -23,7 +23,7 @@ ComparisonFamily familyOf(const Signal& comparison);
 /// A comparison signal of the run, named and described like `original`, without children.
 boost::shared_ptr<Signal> addComparison(Set& run, Signal& original, bool isWithinTol,
                                         const std::wstring& alignedBy);
-/// A copy of an input, with its samples, below the comparison.
+/// A copy of an input, with its parts and samples, below the comparison.
 boost::shared_ptr<Signal> addInput(const boost::shared_ptr<Signal>& comparison,
                                    Signal& original, Signal::SourceType type);
 /// A difference or tolerance signal without samples, described like `compareTo`; of no run yet.

@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include "kodd/layout.h"
+#include "objects/datatypes.h"
 #include "objects/find.h"
 #include "objects/set.h"
+#include "objects/signalremoval.h"
 #include "signalcreationutil.h"
 #include "sqldb/database.h"
 #include "tests/objects/signaltest.h"
@@ -42,6 +44,12 @@ class SignalComparisonTest : public test::SignalTest {
                                             Signal* tolerance = nullptr) {
     return run_.addComparisonSignal(false, L"name", *baseline_, *compareTo_, difference,
                                     tolerance);
+  }
+  std::vector<int> leavesBelow(const Signal& top) {
+    std::vector<int> leaves;
+    for (const int id : signalsBelow(*manager_, top.getID()))
+      if (Signal::isLeafSignal(*manager_, id)) leaves.push_back(id);
+    return leaves;
   }
   /// How many objects there are of every class that comparisons make.
   std::vector<int> census() {
@@ -147,6 +155,59 @@ TEST_F(SignalComparisonTest, AComparisonKeepsCopiesOfItsInputs) {
   EXPECT_THAT(values(*handle(parts[0])), ElementsAre(1, 2, 3));
   EXPECT_THAT(values(*handle(parts[1])), ElementsAre(1, 2.5, 3));
   EXPECT_THAT(values(*handle(parts[2])), ElementsAre(0, 0.5, 0));
+}
+
+TEST_F(SignalComparisonTest, AComparisonOfSignalsWithPartsKeepsTheirPartsToo) {
+  const auto matrix = [&](complexity parts, std::vector<double> values) {
+    long long type = 0;
+    DataTypeUtil::getBuiltInDataTypeHandle(dtypeDouble, *manager_, type);
+    std::vector<SignalCreationUtil::Expansion> created;
+    const SignalPtr top =
+        SignalCreationUtil::createSignal(*manager_, nullptr, dimsMode::fixed, {1, 2}, parts,
+                                         sampleTimeContinuity::discrete, type, created);
+    for (const int id : leavesBelow(*top)) append(*handle(id), {0, 1}, {values[0], values[1]});
+    run_.addElement(*top);
+    return top;
+  };
+  const auto bus = [&](std::vector<double> records) {
+    const SignalPtr root(new Signal(*manager_));
+    const std::vector<double> at = {0, 1};
+    root->addData(32, records.data(), 16, at.data(), 0, 1, 2);
+    run_.addElement(*root);
+    for (int i = 0; i < 2; ++i) leafOf(*root, 8, 16, 8 * i, dtypeDouble).setParent(root);
+    return root;
+  };
+  for (const auto& [b, c, parts] :
+       {std::tuple(matrix(complexity::complex, {1, 2}), matrix(complexity::complex, {3, 4}), 4),
+        std::tuple(bus({1, 1, 2, 2}), bus({3, 3, 4, 4}), 2)}) {
+    const auto [id, ids] = run_.addComparisonSignal(true, L"", *b, *c, c.get(), nullptr);
+    const auto shows = [&](int top, const std::vector<double>& expected) {
+      const std::vector<int> leaves = leavesBelow(*handle(top));
+      EXPECT_EQ(leaves.size(), parts);
+      for (const int leaf : leaves) {
+        EXPECT_EQ(values(*handle(leaf)), expected);
+        EXPECT_EQ(handle(leaf)->getSourceType(), handle(top)->getSourceType());
+        EXPECT_EQ(handle(leaf)->getParentSetID(), run_.getID());
+      }
+    };
+    shows(ids[0], {1, 2});
+    shows(ids[1], {3, 4});
+    shows(ids[2], {3, 4});
+    shows(ids[3], {0, 0});
+    const std::vector<int> before = census();
+    handle(id)->updateComparisonSignal(false, b.get(), nullptr);
+    EXPECT_EQ(census(), before);
+    shows(familyOf(*handle(id)).differences.at(0), {1, 2});
+
+    // Data of one signal are a result of one signal, other parts are none.
+    handle(id)->updateComparisonSignal(false, baseline_.get(), nullptr);
+    EXPECT_THAT(values(*handle(familyOf(*handle(id)).differences.at(0))), ElementsAre(1, 2, 3));
+    const SignalPtr other = matrix(complexity::real, {1, 2});
+    handle(leavesBelow(*other)[0])->remove();
+    EXPECT_EQ(
+        raisedBy([&] { handle(id)->updateComparisonSignal(false, other.get(), nullptr); }),
+        "nexstore:nex:InvalidData");
+  }
 }
 
 TEST_F(SignalComparisonTest, RefreshesLeaveTheCensusAndTheInputsAlone) {
