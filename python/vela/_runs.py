@@ -9,6 +9,7 @@ import numbers
 import os
 
 from vela import _vela
+from vela._lookup import can_be_id, can_be_stored, candidates, find_signals
 from vela._signals import Signal, aligned
 
 _MODES = ("r", "r+", "a", "w", "x")
@@ -163,15 +164,29 @@ class Runs(collections.abc.Mapping):
         self._repository.removeRun(self[key].id)
 
     def _matches(self, key):
-        runs = self.values()
         if isinstance(key, str):
-            return [run for run in runs if run.name == key]
+            same = self._repository.findObjects("DataSet", "UName", key) if can_be_stored(key) else []
+            return self._visible(same)
         if isinstance(key, Run):
-            return [run for run in runs if run.id == key.id]
+            return self._visible([key.id]) if key._repository is self._repository else []
         if isinstance(key, numbers.Integral) and not isinstance(key, bool):
-            by_number = [run for run in runs if run.number == key]
-            return by_number or [run for run in runs if run.id == key]
+            return self._of_number(int(key)) or self._visible([int(key)])
         return []
+
+    def _visible(self, run_ids):
+        wanted = {int(each) for each in run_ids}
+        return [Run(self._file, run_id) for run_id in self.ids() if run_id in wanted] if wanted else []
+
+    def _of_number(self, number):
+        if not can_be_id(number):
+            return []
+        records = self._repository.findObjects("RunNumberByRunID", "RunNumber", number)
+        found = self._visible([self._repository.getProperty(int(each), "FK_SetID", False) for each in records])
+        # A run has one record for each session that has seen it.
+        return [run for run in found if run.number == number]
+
+    def _ipython_key_completions_(self):
+        return list(self)
 
     def __repr__(self):
         named = ", ".join(f"{run.number}: {run.name!r}" for run in self.values())
@@ -183,7 +198,13 @@ class Runs(collections.abc.Mapping):
 
 
 class Run(collections.abc.Mapping):
-    """One run: signal names to signals."""
+    """One run: the names of its signals to the signals.
+
+    What lies below a signal is reached through it, or by its path: of a matrix `run["m"]` one
+    element is `run["m"][1, 2]`, `run["m(1,2)"]` or, as comparisons name it, `run["m.m(1,2)"]`, all
+    with subscripts from 1. `run[key]` takes a signal ID too. A signal at the top of the run goes
+    before others of its name.
+    """
 
     def __init__(self, file, run_id):
         self._file = file
@@ -200,20 +221,25 @@ class Run(collections.abc.Mapping):
     date = property(lambda self: self._repository.getDateCreatedString(self.id))
 
     def signal_ids(self):
-        """IDs of all signals as a list of int."""
+        """IDs of all signals, those below others too, as a list of int."""
         return [int(each) for each in self._repository.getAllSignalIDs(self.id)]
 
     def __len__(self):
-        return len(self.signal_ids())
+        return len(self._top())
 
     def __iter__(self):
-        return iter([signal.name for signal in self.values()])
+        return iter([name for name, _ in self.items()])
 
     def values(self):
-        return [Signal(self._file, signal_id) for signal_id in self.signal_ids()]
+        """The signals that are below no other."""
+        return [Signal(self._file, signal_id) for signal_id in self._top()]
 
     def items(self):
-        return [(signal.name, signal) for signal in self.values()]
+        signals = self.values()
+        names = [signal.name for signal in signals]
+        often = {name for name, count in collections.Counter(names).items() if count > 1}
+        # Only elements can share a name and still be told apart.
+        return [(signal.label if name in often else name, signal) for name, signal in zip(names, signals)]
 
     def __contains__(self, key):
         return bool(self._matches(key))
@@ -223,9 +249,10 @@ class Run(collections.abc.Mapping):
         if not found:
             raise KeyError(f"run {self.name!r} has no signal {key!r}")
         if len(found) > 1:
-            ids = ", ".join(str(signal.id) for signal in found)
-            raise KeyError(f"several signals of run {self.name!r} are called {key!r}: IDs {ids}")
-        return found[0]
+            listed = candidates(self._repository, found)
+            raise KeyError(
+                f"several signals of run {self.name!r} are called {key!r}; take one by ID or path: {listed}")
+        return Signal(self._file, found[0])
 
     def add(self, name, times, values, unit="", interpolation=None, description=None, parent=None):
         """Adds a signal with its samples.
@@ -279,7 +306,7 @@ class Run(collections.abc.Mapping):
         return Signal(self._file, signal_id)
 
     def to_pandas(self, raster=None):
-        """The signals as the columns of a `pandas.DataFrame`, its index the times.
+        """The signals and elements as the columns of a `pandas.DataFrame`, its index the times.
 
         Parameters
         ----------
@@ -293,14 +320,28 @@ class Run(collections.abc.Mapping):
         ValueError
             The times differ and no raster is given.
         """
-        return aligned([signal for signal in self.values() if not signal.children], raster)
+        leaves = self._repository.getAllSignalIDs(self.id, "leaf")
+        return aligned([Signal(self._file, int(each)) for each in leaves], raster)
+
+    def _top(self):
+        return [int(each) for each in self._repository.getAllSignalIDs(self.id, "top")]
 
     def _matches(self, key):
+        """IDs of the signals the key fits."""
         if isinstance(key, str):
-            return [signal for signal in self.values() if signal.name == key]
+            return find_signals(self._repository, self.id, key)
+        if isinstance(key, Signal):
+            return [key.id] if key._repository is self._repository and self._has_signal(key.id) else []
         if isinstance(key, numbers.Integral) and not isinstance(key, bool):
-            return [signal for signal in self.values() if signal.id == key]
+            return [int(key)] if self._has_signal(int(key)) else []
         return []
+
+    def _has_signal(self, signal_id):
+        is_signal = can_be_id(signal_id) and self._repository.isValidSignal(signal_id)
+        return bool(is_signal) and self._repository.getSignalRunID(signal_id) == self.id
+
+    def _ipython_key_completions_(self):
+        return list(self)
 
     def __eq__(self, other):
         if not isinstance(other, Run):

@@ -1,10 +1,12 @@
 """One signal, and several signals on one time base."""
 
+import numbers
 import typing
 
 import numpy as np
 
 from vela import _vela
+from vela._lookup import candidates, find_below, find_elements, label_of, path_of
 
 
 class Samples(typing.NamedTuple):
@@ -39,6 +41,40 @@ class Signal:
     def children(self):
         """The signals this one is made of; empty for one that has samples of its own."""
         return [Signal(self._file, int(each)) for each in self._repository.getSignalChildren(self.id)]
+
+    @property
+    def label(self):
+        """The name, of an element with its subscripts: "m(1,2)"."""
+        return label_of(self._repository, self.id)
+
+    @property
+    def path(self):
+        """The names of the signals it is below and its label: "m.m(1,2)"; keys of the run."""
+        return path_of(self._repository, self.id)
+
+    def __getitem__(self, key):
+        """A signal below: the element of one or more subscripts from 1, or one by name or path."""
+        if not isinstance(key, str):
+            return self._element(key)
+        found = find_below(self._repository, self.id, key)
+        if not found:
+            raise KeyError(f"signal {self.label!r} has no signal {key!r} below it")
+        if len(found) > 1:
+            listed = candidates(self._repository, found)
+            raise KeyError(f"several signals below {self.label!r} are called {key!r}; take one by ID or path: {listed}")
+        return Signal(self._file, found[0])
+
+    def _element(self, key):
+        found = find_elements(self._repository, self.id, _subscripts(key))
+        if not found:
+            raise IndexError(f"signal {self.label!r} has no element {key!r}; subscripts count from 1")
+        return Signal(self._file, found[0])
+
+    # Elements are no sequence: their subscripts count from 1.
+    __iter__ = None
+
+    def _ipython_key_completions_(self):
+        return [child.label for child in self.children]
 
     @property
     def samples(self):
@@ -107,7 +143,14 @@ class Signal:
 
     def __repr__(self):
         unit = f" [{self.unit}]" if self.unit else ""
-        return f"<vela.Signal {self.id}: {self.name!r}{unit}, {self.type}>"
+        return f"<vela.Signal {self.id}: {self.label!r}{unit}, {self.type}>"
+
+
+def _subscripts(key):
+    given = key if isinstance(key, tuple) else (key,)
+    if not all(isinstance(each, numbers.Integral) and not isinstance(each, bool) for each in given):
+        raise TypeError(f"a signal takes subscripts, or the name of a signal below it, not {key!r}; see .values")
+    return [int(each) for each in given]
 
 
 def aligned(signals, raster):
@@ -126,7 +169,7 @@ def aligned(signals, raster):
         ]
     # Built by position: two signals may share a name.
     frame = pandas.DataFrame(dict(enumerate(columns)), index=_time_index(times))
-    frame.columns = [signal.name for signal in signals]
+    frame.columns = [signal.label for signal in signals]
     return frame
 
 

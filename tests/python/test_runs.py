@@ -101,6 +101,72 @@ def test_signals_are_added_read_cut_and_extended(file):
     assert "speed" in run._repr_html_() and "km/h" in repr(speed)
 
 
+@pytest.fixture
+def shapes(file):
+    """A run of a plain signal, a matrix, a complex vector and a bus with a matrix in it."""
+    run = file.runs.create("shapes")
+    run.add("v(out)", [0, 1], [1.0, 2.0])
+    run.add("m", [0, 1], np.arange(12.0).reshape(2, 2, 3))
+    run.add("z", [0], np.array([[1j, 2]]))
+    bus = run.add("bus", [0], [0.0])
+    run.add("m", [0], [[7.0, 8.0]], parent=bus)
+    return run
+
+
+def test_signals_are_reached_by_name_element_and_path(shapes):
+    shapes.add("v(out)", [0], [9.0], parent=shapes["bus"])
+    assert list(shapes) == ["v(out)", "m", "z", "bus"] and len(shapes) == 4
+    assert [shapes[name] for name in shapes] == shapes.values()
+    matrix = shapes["m"]
+    for row, column in np.ndindex(2, 3):
+        element = matrix[row + 1, column + 1]
+        assert element.values.tolist() == matrix.values[:, row, column].tolist()
+        for path in [f"m({row + 1},{column + 1})", element.label, element.path]:
+            assert shapes[path] == element
+    assert shapes["z"][2].children == [shapes["z.z.z (real)(2)"], shapes["z"][2]["z (imaginary)"]]
+    assert shapes["bus.m.m(2)"] == shapes["bus"]["m"][2] and shapes["bus.m.m(2)"].values.tolist() == [8]
+    assert shapes["v(out)"].values.tolist() == [1, 2] and shapes["bus.v(out)"].values.tolist() == [9]
+    assert shapes[matrix.id] == shapes[matrix] == matrix
+    for absent in ["m(0,1)", "m(1,4)", "m(1)", "m.", "m.nothing", "", "\ud800", -1, 2**70, 1.5, None]:
+        assert absent not in shapes
+    for subscripts in [(0, 1), (3, 1), 1, (1, 1, 1)]:
+        with pytest.raises(IndexError, match="from 1"):
+            matrix[subscripts]
+    with pytest.raises(KeyError, match=r"z \(real\).*z\.z\.z \(real\)\(2\)"):
+        shapes["z (real)"]
+    with pytest.raises(TypeError, match="subscripts"):
+        matrix[:, 1]
+    assert shapes.to_pandas(raster=1.0).columns.tolist()[:3] == ["v(out)", "m(1,1)", "m(2,1)"]
+
+
+def test_kept_comparisons_are_reached_by_name(file, shapes):
+    comparison = vela.compare(shapes, shapes, store=True)
+    kept = file.runs[comparison.run_id]
+    assert [kept[name] for name in kept] == kept.values()
+    assert kept["v(out)"]["Difference of v(out)"].values.tolist() == [0, 0]
+    assert kept["m(2,3)"]["Tolerance of m"].times.tolist() == [0, 1]
+    assert all(shapes[row["path"]].id == row["baseline"] for row in comparison.rows)
+
+
+def test_reading_one_name_is_one_query(file):
+    class Counting:
+        calls = 0
+
+        def __getattr__(self, name):
+            self.calls += 1
+            return getattr(file.repository, name)
+
+    run = file.runs.create("many")
+    for index in range(50):
+        run.add(f"s{index}", [0], [index])
+    run._repository = counting = Counting()
+    assert [run[f"s{index}"].name for index in range(50)][-1] == "s49"
+    assert counting.calls == 50
+    run._repository = file.runs._repository = counting
+    counting.calls = 0
+    assert file.runs["many"] and file.runs[1] and counting.calls < 10
+
+
 @pytest.mark.parametrize("values", [np.arange(5.0), np.arange(20.0).reshape(5, 2, 2), np.arange(5) + 1j])
 def test_stored_samples_are_dropped_on_request_only(file, values):
     signal = file.runs.create("late").add("s", range(5), values)
