@@ -87,7 +87,11 @@ class ObjectRef {
   bool operator==(const ObjectRef& other) const {
     return session_ == other.session_ && id_ == other.id_;
   }
-  std::strong_ordering operator<=>(const ObjectRef& other) const { return id_ <=> other.id_; }
+  /// By ID; equal IDs of different openings have some order.
+  std::strong_ordering operator<=>(const ObjectRef& other) const {
+    const std::strong_ordering byID = id_ <=> other.id_;
+    return byID != 0 ? byID : session_ <=> other.session_;
+  }
 
   const std::shared_ptr<Session>& session() const { return session_; }
   ClassRef cls() const { return class_; }

@@ -53,6 +53,23 @@ TEST_F(IdsTest, AreNeverGivenAgain) {
   EXPECT_THAT(repository_.integrityProblems(NoFailure()), ElementsAre());
 }
 
+TEST_F(IdsTest, OrderAndEqualityOfHandlesAgree) {
+  const ObjectRef first = create("Run");
+  const ObjectRef second = create("Note");
+  open();
+  const ObjectRef again = repository_.getObjectRef(first.id(), NoFailure());
+  ASSERT_EQ(again.id(), first.id());
+  const ObjectRef all[] = {first, second, again, ObjectRef()};
+  for (const ObjectRef& a : all) {
+    for (const ObjectRef& b : all) {
+      EXPECT_EQ(a == b, (a <=> b) == 0);
+      EXPECT_EQ(a<b, b> a);
+    }
+  }
+  EXPECT_TRUE(first < second);
+  EXPECT_FALSE(again == first);
+}
+
 TEST_F(IdsTest, AUnitThatKeepsFailingUsesUpNoBlocks) {
   for (int i = 0; i < 100; ++i) {
     inUnit([this](diagnostics&) {
