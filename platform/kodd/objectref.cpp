@@ -133,6 +133,12 @@ ClassRef ObjectRef::objectClass(diagnostics& diag) const {
   return class_;
 }
 
+void ObjectRef::requireLive(diagnostics& diag) const {
+  performOn(*this, "use an object", diag, [this](Session& session, sqldb::Database&) {
+    if (!session.exists(*class_.info(), id_)) raiseGone(*this);
+  });
+}
+
 void ObjectRef::getPropertyValue(const PropertyRef& prop, int& value, diagnostics& diag) const {
   readProperty(*this, prop, "an int", fitsInt, diag,
                [&value](const Session& session, const sqldb::Statement& row) {

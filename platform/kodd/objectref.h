@@ -34,6 +34,8 @@ class ObjectRef {
   int id() const { return id_; }
   void clear() { *this = ObjectRef(); }
   ClassRef objectClass(kodiag::util::diagnostics& diag) const;
+  /// Reports what any use of the object would: that this handle is stale or the object gone.
+  void requireLive(kodiag::util::diagnostics& diag) const;
 
   void getPropertyValue(const PropertyRef& prop, int& value,
                         kodiag::util::diagnostics& diag) const;

@@ -3,6 +3,7 @@
 #include <boost/make_shared.hpp>
 
 #include "objectmanager/objectmanager.h"
+#include "objects/raising.h"
 #include "objects/set.h"
 #include "objects/strings.h"
 
@@ -27,6 +28,21 @@ ObjectRef& ORM::getObjectReference() const {
 ObjectManager& ORM::manager() const {
   if (!manager_) refuseEmptyHandle();
   return *manager_;
+}
+
+int ORM::liveID() const {
+  const ObjectRef& object = getObjectReference();
+  raising([&](kodiag::util::diagnostics& diag) { object.getObjRef().requireLive(diag); });
+  return object.getObjectID();
+}
+
+void ORM::requireSameRepository(const ORM& other, const std::string& operation) const {
+  if (&other.getObjectReference().getObjectManager() == &manager()) return;
+  kodiag::raise({"nexstore:nex", "InvalidData"},
+                {{"Operation", operation},
+                 {"Reason", other.getObjectReference().getObjectType() + " " +
+                                std::to_string(other.getObjectReference().getObjectID()) +
+                                " belongs to another repository"}});
 }
 
 void ORM::remove() const {

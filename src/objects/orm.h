@@ -30,12 +30,18 @@ class ORM {
   bool isEmpty() const { return !object_; }
   /// \throws "KODD:kodd:InvalidObject" on an empty handle
   ObjectRef& getObjectReference() const;
+  /// ID of the stored object, for uses by ID, which could not tell it from a later object.
+  /// \throws "KODD:kodd:InvalidObject" on an empty or stale handle, and when the object is gone
+  int liveID() const;
   /// Removes the stored object; the handle is left pointing at it.
   void remove() const;
 
  protected:
   /// \throws "KODD:kodd:InvalidObject" on an empty handle
   ObjectManager& manager() const;
+  /// \throws "nexstore:nex:InvalidData" unless `other` is an object of the same repository;
+  /// "KODD:kodd:InvalidObject" when it is empty
+  void requireSameRepository(const ORM& other, const std::string& operation) const;
 
   ObjectManager* manager_ = nullptr;
   std::unique_ptr<ObjectRef> object_;

@@ -355,11 +355,12 @@ void Set::commitBulkPropertyUpdate() {
 }
 
 metadata::Value Set::getMetaData(const std::string& name) const {
-  return metadata::get(manager(), getID(), name);
+  return metadata::get(manager(), liveID(), name);
 }
 
 void Set::setMetaData(const std::string& name, const kodd::EntryValue& value) {
-  metadata::set(manager(), getID(), strings::DataSet, name, value);
+  manager().inTransaction(
+      [&] { metadata::set(manager(), liveID(), strings::DataSet, name, value); });
 }
 
 }  // namespace vela

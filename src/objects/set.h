@@ -343,7 +343,6 @@ class Set : public ORM {
   void writeRun(const std::string& property, const T& value);
   int readRunReference(const std::string& property) const;
   void writeRunReference(const std::string& property, int runID);
-  void requireOwn(const Element& element) const;
 
   mutable std::unique_ptr<ObjectRef> output_;
   /// Whether `output_` was made by this handle in a unit of work that may still fail.

@@ -91,9 +91,8 @@ class RunCopy {
 
 std::unique_ptr<Set> Set::clone(Application application) const {
   std::unique_ptr<ObjectRef> copy;
-  const int runID = getID();
   manager().inTransaction([&] {
-    const int copyID = RunCopy(manager(), runID).perform(application);
+    const int copyID = RunCopy(manager(), liveID()).perform(application);
     bool found = false;
     copy = manager().findObject(copyID, strings::DataSet, found);
   });

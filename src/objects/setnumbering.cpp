@@ -97,11 +97,11 @@ void createRunNumber(ObjectManager& manager, int runID, int number) {
 }
 
 int Set::getRunNumber() const {
-  return storedNumber(manager(), getID());
+  return storedNumber(manager(), liveID());
 }
 
 void Set::setRunNumber(int number) {
-  storeNumber(manager(), getID(), number);
+  manager().inTransaction([&] { storeNumber(manager(), liveID(), number); });
 }
 
 int Set::getHighestRunNumber(ObjectManager& manager) {

@@ -69,7 +69,7 @@ void Set::setOverWrite(bool overWrite) {
 }
 
 bool Set::getOverWrite() const {
-  return getOverWriteSetID(manager()) == getID();
+  return getOverWriteSetID(manager()) == liveID();
 }
 
 int Set::getOverWriteSetID(ObjectManager& manager) {

@@ -64,27 +64,27 @@ void moveSubtree(ObjectManager& manager, int rootID, int runID) {
 }  // namespace
 
 void Set::getAllSignals(SignalQueryType type, boost::ptr_vector<ObjectRef>& signals) const {
-  manager().findObjects(strings::Signal, signalsOf(getID(), type), signals);
+  manager().findObjects(strings::Signal, signalsOf(liveID(), type), signals);
 }
 
 void Set::getLeafSignalsWithParent(boost::ptr_vector<ObjectRef>& signals) const {
-  Constraints constraints = signalsOf(getID(), SignalQueryType::leaf);
+  Constraints constraints = signalsOf(liveID(), SignalQueryType::leaf);
   constraints.push_back(differs(strings::FK_Parent, 0));
   manager().findObjects(strings::Signal, constraints, signals);
 }
 
 void Set::getLeafSignalsWithoutParent(boost::ptr_vector<ObjectRef>& signals) const {
-  Constraints constraints = signalsOf(getID(), SignalQueryType::leaf);
+  Constraints constraints = signalsOf(liveID(), SignalQueryType::leaf);
   constraints.push_back(equals(strings::FK_Parent, 0));
   manager().findObjects(strings::Signal, constraints, signals);
 }
 
 std::vector<int> Set::getSignalIDs(SignalQueryType type) const {
-  return findIDs(manager(), strings::Signal, signalsOf(getID(), type));
+  return findIDs(manager(), strings::Signal, signalsOf(liveID(), type));
 }
 
 int Set::getNumberOfLeafSignals() const {
-  return countObjects(manager(), strings::Signal, signalsOf(getID(), SignalQueryType::leaf));
+  return countObjects(manager(), strings::Signal, signalsOf(liveID(), SignalQueryType::leaf));
 }
 
 int Set::getSignalByIndex(int index) const {
@@ -96,11 +96,11 @@ int Set::getSignalByIndex(int index) const {
 
 void Set::getAllElements(const std::string& className,
                          boost::ptr_vector<ObjectRef>& elements) const {
-  manager().findObjects(className, {equals(strings::FK_SetID, getID())}, elements);
+  manager().findObjects(className, {equals(strings::FK_SetID, liveID())}, elements);
 }
 
 int Set::getNumberOfElements(const std::string& className) const {
-  return countObjects(manager(), className, {equals(strings::FK_SetID, getID())});
+  return countObjects(manager(), className, {equals(strings::FK_SetID, liveID())});
 }
 
 std::unique_ptr<Element> Set::getElement(int index, const std::string& className) const {
@@ -110,31 +110,23 @@ std::unique_ptr<Element> Set::getElement(int index, const std::string& className
                    {"Reason", "\"" + className + "\" is no class of elements"}});
   }
   const std::vector<int> ids =
-      findIDs(manager(), className, {equals(strings::FK_SetID, getID())});
+      findIDs(manager(), className, {equals(strings::FK_SetID, liveID())});
   if (index < 0 || !std::cmp_less(index, ids.size())) return nullptr;
   return Signal::getSignalFromID(manager(), ids[static_cast<std::size_t>(index)]);
 }
 
-void Set::requireOwn(const Element& element) const {
-  if (&element.getObjectReference().getObjectManager() == &manager()) return;
-  kodiag::raise({"nexstore:nex", "InvalidData"},
-                {{"Operation", "change the elements of run " + std::to_string(getID())},
-                 {"Reason", "the element belongs to another repository"}});
-}
-
 void Set::addElement(const Element& element) {
-  requireOwn(element);
-  const int runID = getID();
+  requireSameRepository(element, "Adding an element to run " + std::to_string(getID()));
   manager().inTransaction([&] {
-    moveSubtree(manager(), element.getObjectReference().getObjectID(), runID);
+    moveSubtree(manager(), element.liveID(), liveID());
     if (areSignalHashesCached()) setSignalHashesCached(false);
   });
 }
 
 void Set::removeElement(const Element& element) {
-  requireOwn(element);
+  requireSameRepository(element, "Taking an element out of run " + std::to_string(getID()));
   manager().inTransaction([&] {
-    if (element.getParentSetID() != getID()) return;
+    if (element.getParentSetID() != liveID()) return;
     moveSubtree(manager(), element.getObjectReference().getObjectID(), 0);
   });
 }
@@ -142,13 +134,13 @@ void Set::removeElement(const Element& element) {
 void Set::uncheckAllSignals() {
   const kodd::PropertyRef checked = manager().getPropertyRef(strings::Signal, strings::Checked);
   writeToSelected(manager(),
-                  selectSignals(manager(), getID())
+                  selectSignals(manager(), liveID())
                       .matching(checked, kodd::PropertyValueMatchRelation::NotEqual, 0),
                   strings::Checked, 0);
 }
 
 void Set::setRunSignalsToInactive() {
-  writeToSelected(manager(), selectSignals(manager(), getID()), strings::IsActivelyStreaming,
+  writeToSelected(manager(), selectSignals(manager(), liveID()), strings::IsActivelyStreaming,
                   0);
 }
 

@@ -133,6 +133,8 @@ void giveSomeSpaceBack(ObjectManager& manager) {
 }
 
 void Set::remove() {
+  // A stale handle's ID may be that of another run by now; one whose run is gone is told below.
+  raising([&](auto& diag) { getObjectReference().getObjRef().objectClass(diag); });
   if (removeRuns(manager(), {getID()}) > 0) return;
   kodiag::raise({"KODD:kodd", "NoSuchObject"},
                 {{"ObjectID", std::to_string(getID())}, {"ClassName", strings::DataSet}});
@@ -150,7 +152,7 @@ int Set::removeRuns(ObjectManager& manager, const std::vector<int>& runIDs) {
 
 void Set::lightweightRemove() {
   manager().inTransaction([&] {
-    refuseStreamingRuns(manager(), {getID()});
+    refuseStreamingRuns(manager(), {liveID()});
     const int marked = 1;
     const int notPrior = 0;
     const int visible = 1;

@@ -73,10 +73,10 @@ std::vector<ObjectManager::Constraint> checkedSignals(ObjectManager& manager) {
   return {ofThisInstance(manager), differs(strings::Checked, 0)};
 }
 
-[[noreturn]] void refuseParent(int signal, int parent) {
+[[noreturn]] void refuseParent(int signal, const std::string& reason) {
   kodiag::raise({"nexstore:nex", "InvalidData"},
                 {{"Operation", "Setting the parent of signal " + std::to_string(signal)},
-                 {"Reason", "signal " + std::to_string(parent) + " is itself or below it"}});
+                 {"Reason", reason}});
 }
 
 /// Whether the way up from `signal` leads to `ancestor`.
@@ -218,9 +218,13 @@ boost::shared_ptr<Signal> Signal::getParent(bool& found) const {
 }
 
 void Signal::setParent(boost::shared_ptr<Signal> parent) {
-  const int parentID = parent->getID();
+  if (!parent) refuseParent(getID(), "no parent is given");
+  requireSameRepository(*parent, "Setting the parent of signal " + std::to_string(getID()));
   manager().inTransaction([&] {
-    if (isAtOrBelow(manager(), parentID, getID())) refuseParent(getID(), parentID);
+    const int parentID = parent->liveID();
+    if (isAtOrBelow(manager(), parentID, liveID())) {
+      refuseParent(getID(), "signal " + std::to_string(parentID) + " is itself or below it");
+    }
     bool found = false;
     const boost::shared_ptr<Signal> former = getParent(found);
     if (found && former->getID() != parentID) removeFromMyParent();
@@ -232,7 +236,7 @@ void Signal::setParent(boost::shared_ptr<Signal> parent) {
 }
 
 void Signal::getChildren(boost::ptr_vector<ObjectRef>& out) const {
-  manager().findObjects(strings::Signal, {equals(strings::FK_Parent, getID())}, out);
+  manager().findObjects(strings::Signal, {equals(strings::FK_Parent, liveID())}, out);
 }
 
 void Signal::removeFromMyParent() {

@@ -124,7 +124,7 @@ class Signal : public Element, public SignalEnums {
 
   boost::shared_ptr<Signal> getParent(bool& found) const;
   /// Puts this signal below `parent`, out of the one it was below, and into its run if it has
-  /// none. \throws "nexstore:nex:InvalidData" when that is this signal or below it
+  /// none. \throws "nexstore:nex:InvalidData" when that is null, this signal or below it
   void setParent(boost::shared_ptr<Signal> parent);
   void getChildren(boost::ptr_vector<ObjectRef>& out) const;
   void removeFromMyParent();

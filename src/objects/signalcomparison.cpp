@@ -260,7 +260,7 @@ void Signal::updateComparisonSignal(bool isWithinTol, Signal* diffData, Signal* 
   const ComparisonFamily family = completeFamilyOf(*this);
   manager().inTransaction([&] {
     setIsWithinTol(isWithinTol);
-    const SignalPtr comparison = handleTo(manager(), getID());
+    const SignalPtr comparison = handleTo(manager(), liveID());
     const SignalPtr baseline = handleTo(manager(), family.baseline);
     const SignalPtr compareTo = handleTo(manager(), family.compareTo);
     const std::wstring name = getName();
@@ -278,7 +278,7 @@ std::unique_ptr<Signal> Signal::findCopiedSignal() const {
   std::unique_ptr<Signal> copy;
   manager().inReadUnit([&] {
     const std::vector<int> copies =
-        findIDs(manager(), strings::Signal, {equals(strings::SourceSignal, getID())});
+        findIDs(manager(), strings::Signal, {equals(strings::SourceSignal, liveID())});
     for (auto id = copies.rbegin(); id != copies.rend() && !copy; ++id) {
       SignalPtr visible;
       if (lookupVisibleSignal(*id, visible, manager())) copy = getSignalFromID(manager(), *id);

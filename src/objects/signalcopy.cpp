@@ -60,6 +60,7 @@ void addSignalsToCopy(ObjectManager& manager, kodd::ObjectCopier& copier,
 }
 
 std::unique_ptr<Signal> Signal::clone(const Set& run) const {
+  requireSameRepository(run, "Copying signal " + std::to_string(getID()) + " into a run");
   std::unique_ptr<Signal> copy;
   manager().inTransaction([&] {
     // Through the handle, which knows when the signal is gone.
@@ -68,7 +69,7 @@ std::unique_ptr<Signal> Signal::clone(const Set& run) const {
     kodd::ObjectCopier copier(manager().repository());
     if (parent != 0) raising([&](auto& diag) { copier.substitute(parent, 0, diag); });
     addSignalsToCopy(manager(), copier, withIDs(manager(), strings::Signal, originals));
-    give(manager(), copier, strings::FK_SetID, run.getID());
+    give(manager(), copier, strings::FK_SetID, run.liveID());
     raising([&](auto& diag) { copier.copy(diag); });
     giveOwnSamples(manager(), copier, originals);
     copy = getSignalFromID(manager(), placeOf(copier, getID()));

@@ -525,18 +525,19 @@ long long Signal::getObserverUUID() const {
   long long uuid = 0;
   manager().inReadUnit([&] {
     const auto observer =
-        findFirst(manager(), strings::SignalObservers, {equals(strings::SignalID, getID())});
+        findFirst(manager(), strings::SignalObservers, {equals(strings::SignalID, liveID())});
     if (observer) uuid = observer->getPropertyInt64(strings::ClientUUID);
   });
   return uuid;
 }
 
 metadata::Value Signal::getMetaData(const std::string& name) const {
-  return metadata::get(manager(), getID(), name);
+  return metadata::get(manager(), liveID(), name);
 }
 
 void Signal::setMetaData(const std::string& name, const kodd::EntryValue& value) {
-  metadata::set(manager(), getID(), strings::Signal, name, value);
+  manager().inTransaction(
+      [&] { metadata::set(manager(), liveID(), strings::Signal, name, value); });
 }
 
 std::vector<char> Signal::getBlobMetaData(const std::string& name) const {
