@@ -84,7 +84,7 @@ void SampleWriter::append(const SampleBlock& block) {
   }
   // The newest time of a signal without chunks says nothing.
   const double first = block.firstTime();
-  if (state_.lastChunk > 0 && first < state_.newestTime) dropFrom(first);
+  if (state_.lastChunk > 0 && first < state_.newestTime) rollBackTo(first);
   if (state_.lastChunk > 0 && first == state_.newestTime) noteDuplicateTimes();
 
   const std::size_t recordBytes = block.recordBytes();
@@ -159,17 +159,32 @@ void SampleWriter::dropFrom(double time) {
   }
   const std::optional<ChunkRow> reached = rows_.firstReaching(signal_, time);
   if (!reached) return;
-  const RunTiming run = states_.timingOf(state_.run);
   std::size_t kept = 0;
-  if (run.startTime != time || run.stepperInterval <= 1) {
+  {
     const ChunkBytes::Reading reading(bytes_);
     const ChunkBlobs blobs = bytes_.of(reached->id);
     kept = bytes_.lowerBound(
         blobs, std::min(static_cast<std::size_t>(reached->points), blobs.capacity()), time);
   }
-  const int firstRemoved = kept > 0 ? reached->number + 1 : reached->number;
+  drop(*reached, kept);
+}
+
+void SampleWriter::rollBackTo(double time) {
+  const RunTiming run = states_.timingOf(state_.run);
+  const bool toStart = run.startTime == time && run.stepperInterval > 1;
+  const std::optional<ChunkRow> reached =
+      toStart ? rows_.firstReaching(signal_, time) : std::nullopt;
+  if (reached)
+    drop(*reached, 0);
+  else
+    dropFrom(time);
+}
+
+/// Leaves `kept` samples of that chunk and nothing behind it.
+void SampleWriter::drop(const ChunkRow& reached, std::size_t kept) {
+  const int firstRemoved = kept > 0 ? reached.number + 1 : reached.number;
   if (firstRemoved <= state_.lastChunk) chunks_.removeFrom(signal_, firstRemoved);
-  if (kept > 0) trim(*reached, kept);
+  if (kept > 0) trim(reached, kept);
   takeOverLastChunk();
 }
 

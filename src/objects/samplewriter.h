@@ -36,6 +36,9 @@ class SampleWriter {
   void append(const SampleBlock& block);
   /// Drops the samples at and after `time`.
   void dropFrom(double time);
+  /// The same for a simulation that goes back to `time`: a run that is stepped more than one
+  /// step at a time and goes back to its start loses the whole chunk the start lies in.
+  void rollBackTo(double time);
   /// Drops every sample at one of these times, which must be sorted and not NaN.
   void dropAt(const std::vector<double>& times);
   void dropAll();
@@ -47,6 +50,7 @@ class SampleWriter {
   void finish();
 
  private:
+  void drop(const ChunkRow& reached, std::size_t kept);
   void appendPiece(const SampleBlock& piece);
   bool extendLastChunk(const SampleBlock& piece);
   void addChunk(const SampleBlock& piece);

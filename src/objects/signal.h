@@ -160,8 +160,11 @@ class Signal : public Element, public SignalEnums {
   /// ones; it is on no plot. A composite leaf's copy keeps its samples itself.
   boost::shared_ptr<Signal> createDeepCopy(CopyMode mode);
   /// Moves the samples of `source` into `target`, in time order, the target's first at equal
-  /// times, and removes `source`; one unit of work. Epoch indices are kept when both have them.
-  /// \throws "nexstore:nex:InvalidData" unless both have one data type and samples of their own
+  /// times, and removes `source`; likewise for every signal below them. One unit of work. Epoch
+  /// indices are kept when both have them.
+  /// \throws "nexstore:nex:InvalidData" unless both trees have the same shape, data types and
+  ///         layout and hold all the samples they show, and nobody else reads those of
+  ///         `source`; "nexstore:nex:DeleteStreamingSignal" when `source` is being written
   static void mergeSignals(const boost::shared_ptr<Signal>& target,
                            const boost::shared_ptr<Signal>& source);
   bool isEnum() const;

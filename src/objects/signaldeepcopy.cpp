@@ -1,11 +1,8 @@
-// Copies of signals, and one signal's samples merged into another's.
-#include <cfloat>
+// Copies of signals.
 #include <deque>
 #include <optional>
 
-#include "kodiag/message.h"
 #include "objects/raising.h"
-#include "objects/samplewriter.h"
 #include "objects/signal.h"
 #include "objects/strings.h"
 
@@ -135,61 +132,6 @@ struct SignalCopies : PreparedSet {
   RowCopier sources;
 };
 
-[[noreturn]] void refuseMerge(const Signal& target, const Signal& source,
-                              const std::string& reason) {
-  kodiag::raise({"nexstore:nex", "InvalidData"},
-                {{"Operation", "Merging signal " + std::to_string(source.getID()) +
-                                   " into signal " + std::to_string(target.getID())},
-                 {"Reason", reason}});
-}
-
-struct Samples {
-  std::vector<double> times;
-  std::vector<char> values;
-  std::vector<unsigned> epochs;
-
-  Samples() = default;
-  Samples(const Signal& signal, double from) {
-    signal.readRange(from, DBL_MAX, times, values, &epochs);
-  }
-  std::size_t recordBytes() const { return times.empty() ? 0 : values.size() / times.size(); }
-
-  void append(const Samples& from, std::size_t index, std::size_t bytes) {
-    times.push_back(from.times[index]);
-    const char* first = from.values.data() + index * bytes;
-    values.insert(values.end(), first, first + bytes);
-    if (!from.epochs.empty()) epochs.push_back(from.epochs[index]);
-  }
-};
-
-/// Both in time order, at equal times those of `first` first.
-Samples merged(const Samples& first, const Samples& second, std::size_t bytes) {
-  Samples result;
-  std::size_t i = 0, j = 0;
-  while (i < first.times.size() || j < second.times.size()) {
-    const bool takeFirst = j == second.times.size() ||
-                           (i < first.times.size() && first.times[i] <= second.times[j]);
-    if (takeFirst)
-      result.append(first, i++, bytes);
-    else
-      result.append(second, j++, bytes);
-  }
-  if (result.epochs.size() != result.times.size()) result.epochs.clear();
-  return result;
-}
-
-void checkMerge(const Signal& target, const Signal& source) {
-  if (target.getID() == source.getID()) refuseMerge(target, source, "they are one signal");
-  for (const Signal* signal : {&target, &source})
-    if (signal->getHierarchicalSignalRootID() != 0)
-      refuseMerge(target, source,
-                  "signal " + std::to_string(signal->getID()) + " has no samples of its own");
-  const auto type = [](const Signal& signal) {
-    return signal.getObjectReference().getPropertyInt32(strings::DataTypeID);
-  };
-  if (type(target) != type(source)) refuseMerge(target, source, "their data types differ");
-}
-
 }  // namespace
 
 SignalPtr Signal::createDeepCopy(CopyMode mode) {
@@ -199,36 +141,6 @@ SignalPtr Signal::createDeepCopy(CopyMode mode) {
     if (mode == CopyMode::WithData) copyChunksTo(copy);
   });
   return copy;
-}
-
-void Signal::mergeSignals(const SignalPtr& target, const SignalPtr& source) {
-  ObjectManager& manager = target->manager();
-  manager.inTransaction([&] {
-    checkMerge(*target, *source);
-    const SampleSpan span = source->getExtent();
-    if (span.samples > 0) {
-      const Samples kept(*target, span.firstTime);
-      const Samples added(*source, -DBL_MAX);
-      const std::size_t bytes = added.recordBytes();
-      if (!kept.times.empty() && kept.recordBytes() != bytes)
-        refuseMerge(*target, *source, "their samples have different sizes");
-      const Samples samples = merged(kept, added, bytes);
-      SampleWriter writer(manager, target->getObjectReference().getObjRef());
-      writer.dropFrom(span.firstTime);
-      SampleBlock block;
-      block.times = reinterpret_cast<const char*>(samples.times.data());
-      block.values = samples.values.data();
-      if (!samples.epochs.empty())
-        block.epochs = reinterpret_cast<const char*>(samples.epochs.data());
-      block.points = samples.times.size();
-      block.valueBytes = samples.values.size();
-      writer.append(block);
-      writer.finish();
-      target->calculateHasDuplicateTimes(samples.times.data(),
-                                         static_cast<unsigned>(samples.times.size()));
-    }
-    source->remove();
-  });
 }
 
 bool Signal::isEnum() const {

@@ -105,6 +105,15 @@ long long removeSignals(ObjectManager& manager, const kodd::Selection& signals,
   return removed;
 }
 
+void refuseStreamingSignals(ObjectManager& manager, const std::vector<int>& signals) {
+  const std::vector<int> streaming = selectedIDs(
+      manager, where(withIDs(manager, strings::Signal, signals), strings::IsActivelyStreaming,
+                     0, kodd::PropertyValueMatchRelation::NotEqual));
+  if (streaming.empty()) return;
+  kodiag::raise({"nexstore:nex", "DeleteStreamingSignal"},
+                {{"Operand", "Signal " + std::to_string(streaming.front())}});
+}
+
 std::vector<int> signalsBelow(ObjectManager& manager, int signal) {
   std::vector<int> signals = {signal};
   std::set<int> met = {signal};

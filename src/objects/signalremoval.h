@@ -17,6 +17,9 @@ namespace vela {
 long long removeSignals(ObjectManager& manager, const kodd::Selection& signals,
                         const std::optional<kodd::Selection>& sources);
 
+/// \throws "nexstore:nex:DeleteStreamingSignal" when one of the signals is being written
+void refuseStreamingSignals(ObjectManager& manager, const std::vector<int>& signals);
+
 /// The signal and everything below it, parents before children.
 std::vector<int> signalsBelow(ObjectManager& manager, int signal);
 

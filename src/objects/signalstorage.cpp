@@ -231,12 +231,12 @@ void Signal::rollback(double time) {
   manager().inTransaction([&] {
     SampleWriter own(manager(), getObjectReference().getObjRef());
     if (!own.state().isCompositeLeaf()) {
-      own.dropFrom(time);
+      own.rollBackTo(time);
       own.finish();
       return;
     }
     SampleWriter owner(manager(), own.owner());
-    owner.dropFrom(time);
+    owner.rollBackTo(time);
     owner.finish();
     manager().prepared<SignalStates>().writeMinMaxState(getID(), kMinMaxStale);
   });

@@ -155,9 +155,10 @@ struct VelaRepositoryRemove
              &removeSignal, "nexstore:nex:DeleteStreamingSignal"> {};
 struct VelaRepositoryMergeSignals
     : Method<"mergeSignals",
-             "Move the samples of the second signal into the first, in time order, and remove "
-             "the second; both must be of one type.",
-             &mergeSignals, "nexstore:nex:InvalidData"> {};
+             "Move the samples of the second signal and of everything below it into the first, "
+             "in time order, and remove the second; both must have one shape and type.",
+             &mergeSignals, "nexstore:nex:InvalidData", "nexstore:nex:DeleteStreamingSignal"> {
+};
 
 }  // namespace
 

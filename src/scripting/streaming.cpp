@@ -1,8 +1,6 @@
 #include "scripting/streaming.h"
 
-#include "objects/selections.h"
 #include "objects/signalremoval.h"
-#include "objects/strings.h"
 #include "scripting/errors.h"
 
 namespace vela::scripting {
@@ -13,12 +11,7 @@ void raiseStreaming(const std::string& kind, int id) {
 }
 
 void requireNoneStreams(ObjectManager& manager, int signalID) {
-  const kodd::Selection signals =
-      withIDs(manager, strings::Signal, signalsBelow(manager, signalID));
-  const std::vector<int> streaming =
-      selectedIDs(manager, where(signals, strings::IsActivelyStreaming, 0,
-                                 kodd::PropertyValueMatchRelation::NotEqual));
-  if (!streaming.empty()) raiseStreaming("Signal", streaming.front());
+  refuseStreamingSignals(manager, signalsBelow(manager, signalID));
 }
 
 }  // namespace vela::scripting

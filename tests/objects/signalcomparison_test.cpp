@@ -397,30 +397,5 @@ TEST_F(SignalComparisonTest, RemembersWhichComparisonIsShown) {
   EXPECT_FALSE(Signal::getPlottedComparisonSignal(shown, *manager_));
 }
 
-TEST_F(SignalComparisonTest, MergesSamplesInTimeOrder) {
-  const SignalPtr target = newSignal(L"a", {0, 1, 3, 3, 5}, {0, 1, 3, 3.5, 5});
-  const SignalPtr source = newSignal(L"b", {1, 2, 3, 9}, {10, 20, 30, 90});
-  const int sourceID = source->getID();
-  Signal::mergeSignals(target, source);
-  EXPECT_THAT(times(*target), ElementsAre(0, 1, 1, 2, 3, 3, 3, 5, 9));
-  EXPECT_THAT(values(*target), ElementsAre(0, 1, 10, 20, 3, 3.5, 30, 5, 90));
-  EXPECT_TRUE(target->getHasDuplicateTimes());
-  EXPECT_EQ(target->getDataRange().maxValue, 90);
-  EXPECT_EQ(Signal::getSignalFromID(*manager_, sourceID), nullptr);
-}
-
-TEST_F(SignalComparisonTest, DoesNotMergeWhatDoesNotFit) {
-  const SignalPtr other(new Signal(*manager_));
-  const std::vector<int> integers = {1, 2};
-  const std::vector<double> at = {0, 1};
-  other->addData(integers.data(), at.data(), dtypeInt32, nullptr, 2, 0, nullptr);
-  const SignalPtr leaf(new Signal(leafOf(*baseline_, 8, 8, 0, dtypeDouble)));
-  for (const SignalPtr& source : {other, leaf, baseline_})
-    EXPECT_EQ(raisedBy([&] { Signal::mergeSignals(baseline_, source); }),
-              "nexstore:nex:InvalidData");
-  EXPECT_THAT(values(*baseline_), ElementsAre(1, 2, 3));
-  EXPECT_THAT(values<int>(*other), ElementsAre(1, 2));
-}
-
 }  // namespace
 }  // namespace vela
