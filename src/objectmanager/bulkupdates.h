@@ -6,12 +6,23 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <string>
 
 #include "kodd/preparedwriters.h"
 
 namespace vela {
 
 class ObjectRef;
+
+/// A bulk update: the values are read when it is committed.
+struct BulkUpdate {
+  BulkUpdate(const kodd::ClassRef& cls, kodd::DataModelRepository& repository)
+      : modifier(cls, repository) {}
+
+  kodd::ObjectModifier modifier;
+  std::set<std::string> properties;  ///< that have been bound
+};
 
 /// The open bulk updates of one manager, by the address of the caller's handle.
 ///
@@ -27,18 +38,19 @@ class BulkUpdates {
   bool bind(const ObjectRef* handle, const kodd::PropertyRef& property, const T* value) {
     if (openCount_ == 0) return false;
     std::lock_guard lock(mutex_);
-    const auto found = modifiers_.find(handle);
-    if (found == modifiers_.end()) return false;
-    found->second.setPropertyValueSource(property, value);
+    const auto found = updates_.find(handle);
+    if (found == updates_.end()) return false;
+    found->second.modifier.setPropertyValueSource(property, value);
+    found->second.properties.insert(property.name());
     return true;
   }
-  /// Ends the update of the handle. \returns its modifier, none when no update was open
-  std::optional<kodd::ObjectModifier> take(const ObjectRef* handle);
+  /// Ends the update of the handle. \returns none when no update was open
+  std::optional<BulkUpdate> take(const ObjectRef* handle);
   void clear();
 
  private:
   std::mutex mutex_;
-  std::map<const ObjectRef*, kodd::ObjectModifier, std::less<>> modifiers_;
+  std::map<const ObjectRef*, BulkUpdate, std::less<>> updates_;
   // Lets the many handles that never had an update come and go without the mutex.
   std::atomic<std::size_t> openCount_ = 0;
 };

@@ -289,13 +289,26 @@ void ObjectManagerImpl::beginBulkPropertyUpdate(ObjectRef& handle) {
 }
 
 void ObjectManagerImpl::commitBulkPropertyUpdate(ObjectRef& handle) {
-  std::optional<kodd::ObjectModifier> modifier = bulkUpdates_.take(&handle);
+  std::optional<BulkUpdate> update = bulkUpdates_.take(&handle);
   handle.noteBulkPropertyUpdate(false);
-  if (!modifier) return;
-  kodd::ObjectRef object = handle.getObjRef();
-  diagnostics diag;
-  modifier->modifyObject(object, diag);
-  diag.raiseIfAny();
+  if (!update) return;
+  const auto modify = [&](diagnostics& diag) {
+    kodd::ObjectRef object = handle.getObjRef();
+    update->modifier.modifyObject(object, diag);
+    diag.raiseIfAny();
+  };
+  const std::string& className = handle.getObjectType();
+  std::erase_if(update->properties,
+                [&](const std::string& name) { return !isWatched(className, name); });
+  if (update->properties.empty()) {
+    diagnostics diag;
+    return modify(diag);
+  }
+  runUnit([&](diagnostics& diag) {
+    modify(diag);
+    for (const std::string& name : update->properties)
+      tellWatchers(className, name, owner_, handle.getObjectID());
+  });
 }
 
 void ObjectManagerImpl::beginBulkObjectDeletion(const kodd::ClassRef& cls) {

@@ -64,4 +64,13 @@ void readObjectProperty(const ObjectRef& object, const std::string& name,
   value = std::make_unique<ObjectRef>(target, target.cls(), target.cls().name(), manager);
 }
 
+void writeAndTell(const ObjectRef& object, const std::string& name,
+                  const std::function<void()>& write) {
+  ObjectManager& manager = object.getObjectManager();
+  manager.inTransaction([&] {
+    write();
+    tellWatchers(object.getObjectType(), name, manager, object.getObjectID());
+  });
+}
+
 }  // namespace vela

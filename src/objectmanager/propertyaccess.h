@@ -1,10 +1,12 @@
 // Reads and writes one property of a handle by name.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <type_traits>
 
 #include "objectmanager/objectref.h"
+#include "objectmanager/propertywatch.h"
 
 namespace vela {
 
@@ -31,17 +33,25 @@ void readRawProperty(const ObjectRef& object, const std::string& name, int capac
 void readObjectProperty(const ObjectRef& object, const std::string& name,
                         std::unique_ptr<ObjectRef>& value, const std::string& targetClass);
 
+/// Runs `write`, and tells those who watch the property in the same unit of work.
+void writeAndTell(const ObjectRef& object, const std::string& name,
+                  const std::function<void()>& write);
+
 template <class T>
 void writeProperty(const ObjectRef& object, const std::string& name, const T& value) {
-  kodiag::util::diagnostics diag;
   const kodd::ObjectRef& stored = storedObject(object);
   const kodd::PropertyRef property = propertyOf(object.getClassRef(), name);
-  if constexpr (std::is_same_v<T, kodd::EntryValue>) {
-    stored.setPropertyValueLegacy(property, value, diag);
-  } else {
-    stored.setPropertyValue(property, value, diag);
-  }
-  diag.raiseIfAny();
+  const auto write = [&] {
+    kodiag::util::diagnostics diag;
+    if constexpr (std::is_same_v<T, kodd::EntryValue>) {
+      stored.setPropertyValueLegacy(property, value, diag);
+    } else {
+      stored.setPropertyValue(property, value, diag);
+    }
+    diag.raiseIfAny();
+  };
+  if (isWatched(object.getObjectType(), name)) return writeAndTell(object, name, write);
+  write();
 }
 
 }  // namespace vela

@@ -8,6 +8,7 @@
 #include "objects/selections.h"
 #include "objects/set.h"
 #include "objects/signal.h"
+#include "objects/signalkey.h"
 #include "objects/signalremoval.h"
 #include "objects/strings.h"
 
@@ -119,7 +120,7 @@ void Set::addElement(const Element& element) {
   requireSameRepository(element, "Adding an element to run " + std::to_string(getID()));
   manager().inTransaction([&] {
     moveSubtree(manager(), element.liveID(), liveID());
-    if (areSignalHashesCached()) setSignalHashesCached(false);
+    forgetHashes(manager(), getID());
   });
 }
 

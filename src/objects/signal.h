@@ -415,8 +415,6 @@ class Signal : public Element, public SignalEnums {
   }
   std::vector<unsigned> getSubscripts(const std::string& property) const;
   void setSubscripts(const std::string& property, const std::vector<unsigned>& values);
-  /// To be called when what findMatchingSignal looks for changes.
-  void dropHashesOfRun();
   std::unique_ptr<ObjectRef> findSignalSource() const;
   std::unique_ptr<ObjectRef> signalSourceForWriting();
 

@@ -7,6 +7,7 @@
 #include "objects/selections.h"
 #include "objects/set.h"
 #include "objects/signal.h"
+#include "objects/signalkey.h"
 #include "objects/signalremoval.h"
 #include "objects/strings.h"
 
@@ -71,6 +72,7 @@ std::unique_ptr<Signal> Signal::clone(const Set& run) const {
     addSignalsToCopy(manager(), copier, withIDs(manager(), strings::Signal, originals));
     give(manager(), copier, strings::FK_SetID, run.liveID());
     raising([&](auto& diag) { copier.copy(diag); });
+    forgetHashes(manager(), run.getID());
     giveOwnSamples(manager(), copier, originals);
     copy = getSignalFromID(manager(), placeOf(copier, getID()));
   });

@@ -1,5 +1,6 @@
 #include "objects/signalkey.h"
 
+#include "objectmanager/propertywatch.h"
 #include "objects/checksum.h"
 #include "objects/find.h"
 #include "objects/set.h"
@@ -38,11 +39,41 @@ void cacheHashes(ObjectManager& manager, Set& run) {
       const auto signal = Signal::getSignalFromID(manager, id);
       storeHashes(signal->getObjectReference(), keyOf(*signal));
     }
-    run.setSignalHashesCached(true);
+    run.getObjectReference().setPropertyInt32(strings::SignalHashesAreCached, 1);
   });
 }
 
+void forgetHashesOfSignal(ObjectManager& manager, int signal) {
+  bool found = false;
+  const auto object = manager.findObject(signal, strings::Signal, found);
+  if (found) forgetHashes(manager, object->getPropertyInt32(strings::FK_SetID));
+}
+
+/// Signals of several runs may share a source.
+void forgetHashesOfSource(ObjectManager& manager, int source) {
+  for (const int signal :
+       findIDs(manager, strings::Signal, {equals(strings::SignalSourceID, source)}))
+    forgetHashesOfSignal(manager, signal);
+}
+
+const bool isWatching = [] {
+  watchProperties(
+      strings::Signal,
+      {&strings::Name, &strings::PortIndex, &strings::SignalSourceID, &strings::FK_SetID},
+      &forgetHashesOfSignal);
+  watchProperties(strings::SignalSource, {&strings::SID, &strings::BlockPath},
+                  &forgetHashesOfSource);
+  return true;
+}();
+
 }  // namespace
+
+void forgetHashes(ObjectManager& manager, int runID) {
+  bool found = false;
+  const auto run = manager.findObject(runID, strings::DataSet, found);
+  if (found && run->getPropertyInt32(strings::SignalHashesAreCached) != 0)
+    run->setPropertyInt32(strings::SignalHashesAreCached, 0);
+}
 
 SignalKey keyOf(const Signal& signal) {
   SignalKey key;
@@ -74,11 +105,6 @@ boost::shared_ptr<Signal> Signal::findMatchingSignal(Set& run) const {
     }
   });
   return match;
-}
-
-void Signal::dropHashesOfRun() {
-  const boost::shared_ptr<Set> run = getRun();
-  if (run && run->areSignalHashesCached()) run->setSignalHashesCached(false);
 }
 
 }  // namespace vela

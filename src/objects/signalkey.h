@@ -7,6 +7,7 @@
 
 namespace vela {
 
+class ObjectManager;
 class Signal;
 
 /// Two signals of different runs with equal keys are the same quantity.
@@ -23,5 +24,9 @@ struct SignalKey {
 };
 
 SignalKey keyOf(const Signal& signal);
+
+/// Has the next search for a signal of the run work out the hashes of all anew. To be called in
+/// the unit of work that makes signals part of the run by other means than their properties.
+void forgetHashes(ObjectManager& manager, int runID);
 
 }  // namespace vela

@@ -70,7 +70,6 @@ std::wstring Signal::getName() const {
 }
 
 void Signal::setName(const std::wstring& value) {
-  dropHashesOfRun();
   set(strings::Name, value);
 }
 
@@ -83,7 +82,6 @@ int Signal::getPortIndex() const {
 }
 
 void Signal::setPortIndex(const int& value) {
-  dropHashesOfRun();
   set(strings::PortIndex, value);
 }
 
@@ -116,7 +114,6 @@ void Signal::setBlockPath(const std::vector<std::wstring>& path) {
   const std::vector<char> bytes = encodeTexts(path);
   const long long hash = CheckSum().add({bytes.data(), bytes.size()}).value();
   manager().inTransaction([&] {
-    dropHashesOfRun();
     const auto source = signalSourceForWriting();
     source->setPropertyConstBlob(strings::BlockPath, {bytes.data(), bytes.size()});
     source->setPropertyInt64(strings::BlockPathHash, hash);
@@ -148,10 +145,8 @@ std::wstring Signal::getSID() const {
 
 void Signal::setSID(const std::wstring& sid) {
   if (sid.empty() && !findSignalSource()) return;
-  manager().inTransaction([&] {
-    dropHashesOfRun();
-    signalSourceForWriting()->setPropertyUString(strings::SID, sid);
-  });
+  manager().inTransaction(
+      [&] { signalSourceForWriting()->setPropertyUString(strings::SID, sid); });
 }
 
 int Signal::getSignalSourceID() const {

@@ -358,6 +358,41 @@ TEST_F(SignalComparisonTest, FindsTheSameQuantityInAnotherRun) {
   EXPECT_NE(match(), late->getID());
 }
 
+TEST_F(SignalComparisonTest, FindsWhatBecomesTheSameByOtherWays) {
+  Set other(*manager_, true);
+  Signal odd(*manager_);
+  odd.setName(L"speed");
+  odd.setSID(L"odd");
+  other.addElement(odd);
+  const auto match = [&] {
+    const SignalPtr found = baseline_->findMatchingSignal(other);
+    return found ? found->getID() : 0;
+  };
+  ASSERT_EQ(match(), 0);
+  const int source = baseline_->getSignalSourceID();
+  const int oddSource = odd.getSignalSourceID();
+  odd.setSignalSourceID(source);
+  EXPECT_EQ(match(), odd.getID());
+  odd.setSignalSourceID(oddSource);
+  EXPECT_EQ(match(), 0);
+
+  const auto copy = baseline_->clone(other);
+  EXPECT_EQ(match(), copy->getID());
+  copy->getObjectReference().setPropertyUString(strings::Name, L"torque");
+  EXPECT_EQ(match(), 0);
+  copy->beginBulkPropertyUpdate();
+  copy->setName(L"speed");
+  EXPECT_EQ(match(), 0) << "not written yet";
+  copy->commitBulkPropertyUpdate();
+  EXPECT_EQ(match(), copy->getID());
+
+  // One that shares its source with a signal of another run.
+  Signal sharer(*manager_);
+  sharer.setSignalSourceID(copy->getSignalSourceID());
+  sharer.setSID(L"changed");
+  EXPECT_EQ(match(), 0);
+}
+
 TEST_F(SignalComparisonTest, TellsTheElementsOfAMatrixApart) {
   long long type = 0;
   DataTypeUtil::getBuiltInDataTypeHandle(dtypeDouble, *manager_, type);
