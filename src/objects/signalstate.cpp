@@ -1,13 +1,26 @@
 #include "objects/signalstate.h"
 
 #include "kodiag/message.h"
+#include "objectmanager/propertywatch.h"
 #include "objects/raising.h"
+#include "objects/selections.h"
 #include "objects/strings.h"
 
 namespace vela {
 namespace {
 
 using kodd::PropertyValueMatchRelation;
+
+const bool isWatching = [] {
+  watchProperties(
+      strings::Signal,
+      {&strings::DataTypeID, &strings::ObservedElemSize, &strings::CompositeDataSize,
+       &strings::CompositeSigByteOffset, &strings::IdOfSignalWhoHasMyData},
+      [](ObjectManager& manager, int signal) {
+        manager.prepared<SignalStates>().forgetMinMax(signal);
+      });
+  return true;
+}();
 
 }  // namespace
 
@@ -120,9 +133,9 @@ void SignalStates::noteChangedSamples(int signal, SignalState& state) {
     }
   }
   // Whoever keeps a minimum of samples that are not its own sees to it that their owner is not
-  // in this state.
+  // in this state; whoever puts the owner into it clears what these keep.
   if (state.minMaxState != kMinMaxStale) {
-    markStale(strings::IdOfSignalWhoHasMyData, signal);
+    markStale(linkedTo(strings::IdOfSignalWhoHasMyData, signal));
     state.minMaxState = kMinMaxStale;
   }
 }
@@ -139,24 +152,29 @@ void SignalStates::writeMinMax(int signal, double min, double max) {
   raising([&](auto& diag) { return minMaxWriter_.modifyObjectID(signal, diag); });
 }
 
-void SignalStates::markRelativesStale(int signal) {
-  markStale(strings::FK_Parent, signal);
-  markStale(strings::IdOfSignalWhoHasMyData, signal);
+void SignalStates::forgetMinMax(int signal) {
+  // Others may have stored bounds of the same samples, and rely on their owner not being stale.
+  if (read(signal).minMaxState == kMinMaxCurrent)
+    writeMinMaxState(signal, kMinMaxSharersCurrent);
 }
 
-void SignalStates::markStale(const std::string& linkedBy, int signal) {
-  const auto property = [&](const std::string& name) {
-    return manager_.getPropertyRef(strings::Signal, name);
-  };
+void SignalStates::markRelativesStale(int signal) {
+  const kodd::Selection children = linkedTo(strings::FK_Parent, signal);
+  // First, since their owners are told from others by not being stale yet.
+  markStale(referring(manager_, strings::Signal, strings::IdOfSignalWhoHasMyData, children));
+  markStale(children);
+  markStale(linkedTo(strings::IdOfSignalWhoHasMyData, signal));
+}
+
+/// The signals with that link that are not stale.
+kodd::Selection SignalStates::linkedTo(const std::string& property, int signal) const {
+  return where(where(kodd::Selection(class_), property, signal), strings::MinMaxDirectReadOkay,
+               int{kMinMaxStale}, PropertyValueMatchRelation::NotEqual);
+}
+
+void SignalStates::markStale(const kodd::Selection& signals) {
   minMaxState_ = kMinMaxStale;
-  raising([&](auto& diag) {
-    return minMaxStateWriter_.modifySelected(
-        kodd::Selection(class_)
-            .matching(property(linkedBy), PropertyValueMatchRelation::Equal, signal)
-            .matching(property(strings::MinMaxDirectReadOkay),
-                      PropertyValueMatchRelation::NotEqual, int{kMinMaxStale}),
-        diag);
-  });
+  raising([&](auto& diag) { return minMaxStateWriter_.modifySelected(signals, diag); });
 }
 
 void SignalStates::writeDataType(int signal, int dataType) {

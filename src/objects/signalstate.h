@@ -58,6 +58,8 @@ class SignalStates : public PreparedSet {
   void noteChangedSamples(int signal, SignalState& state);
   void writeMinMaxState(int signal, MinMaxState state);
   void writeMinMax(int signal, double min, double max);
+  /// To be called when the samples of a signal come to mean something else.
+  void forgetMinMax(int signal);
   /// Marks what signals sharing this one's samples, or below it, have stored as stale.
   void markRelativesStale(int signal);
   void writeDataType(int signal, int dataType);
@@ -68,7 +70,8 @@ class SignalStates : public PreparedSet {
 
  private:
   SignalState readRow(kodd::ObjectQuery& query, int id);
-  void markStale(const std::string& linkedBy, int signal);
+  kodd::Selection linkedTo(const std::string& property, int signal) const;
+  void markStale(const kodd::Selection& signals);
 
   ObjectManager& manager_;
   kodd::ClassRef class_;

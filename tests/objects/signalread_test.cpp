@@ -344,6 +344,43 @@ TEST_F(CachedBoundsTest, AParentLearnsOfChangesBelowAndForgetsThemWhenRefreshed)
   EXPECT_EQ(state(signal_, strings::MinMaxDirectReadOkay), kMinMaxStale);
 }
 
+TEST_F(CachedBoundsTest, OrderOfQuestionsDoesNotMatterInNestedBuses) {
+  const boost::shared_ptr<Signal> top(new Signal(*manager_));
+  const boost::shared_ptr<Signal> root(new Signal(*manager_));
+  const boost::shared_ptr<Signal> sibling(new Signal(*manager_));
+  root->setParent(top);
+  sibling->setParent(top);
+  Signal leaf = leafOf(*root, 4, 12, 4, dtypeInt32);
+  leaf.setParent(root);
+  for (Signal* signal : {&leaf, sibling.get()}) signal->setSourceType(Signal::Visualized);
+  appendRecords(*root, 0, 1);
+  const double first = leaf.getDataRange().maxValue;
+  append(*sibling, {1});
+  sibling->getDataRange();
+  appendRecords(*root, 1, 3);
+  EXPECT_GT(leaf.getDataRange().maxValue, first);
+  EXPECT_EQ(leaf.getDataRange().maxValue, leaf.getDataRange(-1e9, 1e9).maxValue);
+}
+
+TEST_F(CachedBoundsTest, ALeafThatIsMovedInItsRecordHasOtherBounds) {
+  appendRecords(signal_, 0, 2);
+  Signal leaf = leafOf(signal_, 4, 12, 4, dtypeInt32);
+  leaf.setSourceType(Signal::Visualized);
+  for (const bool inBulk : {false, true}) {
+    SCOPED_TRACE(inBulk);
+    const int offset = inBulk ? 4 : 8;
+    const double former = leaf.getDataRange().maxValue;
+    if (inBulk) leaf.beginBulkPropertyUpdate();
+    leaf.setLeafInfoForCompositeSignal(nullptr, nullptr, &offset, nullptr);
+    if (inBulk) {
+      EXPECT_EQ(leaf.getDataRange().maxValue, former);
+    }
+    leaf.commitBulkPropertyUpdate();
+    EXPECT_EQ(leaf.getDataRange().maxValue, leaf.getDataRange(-1e9, 1e9).maxValue);
+    EXPECT_NE(leaf.getDataRange().maxValue, former);
+  }
+}
+
 TEST_F(CachedBoundsTest, BoundsCanBeFrozen) {
   append(signal_, {1, 2}, {-1, 4});
   signal_.cacheMinMaxValuesAtTimeOfNormalization();
