@@ -417,11 +417,21 @@ class Signal : public Element, public SignalEnums {
   void setSubscripts(const std::string& property, const std::vector<unsigned>& values);
   std::unique_ptr<ObjectRef> findSignalSource() const;
   std::unique_ptr<ObjectRef> signalSourceForWriting();
+  void writeBlockPath(const std::vector<std::wstring>& path);
+  void writeSID(const std::wstring& sid);
 
   BulkProperties bulk_;
-  /// Of an open bulk update. A unit nobody uses may be removed at any time, so it is looked up
-  /// in the unit of work that uses it.
-  std::optional<std::wstring> pendingUnits_;
+  /// What an open bulk update has been given for other objects than the signal's own. These are
+  /// looked up or made in the unit of work of the commit: a unit nobody uses may be removed at
+  /// any time, and an update that is never committed leaves no source behind.
+  struct Pending {
+    std::optional<std::wstring> units;
+    std::optional<std::vector<std::wstring>> blockPath;
+    std::optional<std::wstring> sid;
+
+    bool isEmpty() const { return !units && !blockPath && !sid; }
+  };
+  Pending pending_;
   /// Real-world values of fixed-point samples; kept so that appending them does not allocate.
   std::vector<double> converted_;
 };

@@ -57,11 +57,14 @@ void Signal::beginBulkPropertyUpdate() {
 }
 
 void Signal::commitBulkPropertyUpdate() {
-  const std::optional<std::wstring> units = std::exchange(pendingUnits_, std::nullopt);
-  if (!units) return bulk_.commit(getObjectReference());
+  const Pending pending = std::exchange(pending_, {});
+  if (pending.isEmpty()) return bulk_.commit(getObjectReference());
   manager().inTransaction([&] {
-    set(strings::UnitsChecksum, unitNumber(manager(), *units));
+    if (pending.units) set(strings::UnitsChecksum, unitNumber(manager(), *pending.units));
+    // The source that is in place then is the one that is written to.
     bulk_.commit(getObjectReference());
+    if (pending.blockPath) writeBlockPath(*pending.blockPath);
+    if (pending.sid) writeSID(*pending.sid);
   });
 }
 
@@ -109,6 +112,14 @@ std::vector<std::wstring> Signal::getBlockPath() const {
 }
 
 void Signal::setBlockPath(const std::vector<std::wstring>& path) {
+  if (bulk_.isOpen()) {
+    pending_.blockPath = path;
+    return;
+  }
+  writeBlockPath(path);
+}
+
+void Signal::writeBlockPath(const std::vector<std::wstring>& path) {
   // A signal without a source has an empty path already.
   if (path.empty() && !findSignalSource()) return;
   const std::vector<char> bytes = encodeTexts(path);
@@ -144,6 +155,14 @@ std::wstring Signal::getSID() const {
 }
 
 void Signal::setSID(const std::wstring& sid) {
+  if (bulk_.isOpen()) {
+    pending_.sid = sid;
+    return;
+  }
+  writeSID(sid);
+}
+
+void Signal::writeSID(const std::wstring& sid) {
   if (sid.empty() && !findSignalSource()) return;
   manager().inTransaction(
       [&] { signalSourceForWriting()->setPropertyUString(strings::SID, sid); });
@@ -170,7 +189,7 @@ std::wstring Signal::getUnits() const {
 
 void Signal::setUnits(const std::wstring& units) {
   if (bulk_.isOpen()) {
-    pendingUnits_ = units;
+    pending_.units = units;
     return;
   }
   manager().inTransaction([&] { set(strings::UnitsChecksum, unitNumber(manager(), units)); });

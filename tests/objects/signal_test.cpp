@@ -302,6 +302,19 @@ TEST_F(SignalRemovalTest, InBulkHappensAtTheOutermostCommit) {
   EXPECT_THAT(census(), ElementsAre(0, 0, 0, 0, 0, 0));
 }
 
+TEST_F(SignalObjectTest, BulkUpdatesMakeOneSourceAndNoneWhenTheyAreDropped) {
+  Signal signal(*manager_);
+  signal.beginBulkPropertyUpdate();
+  signal.setBlockPath({L"m", L"b"});
+  signal.setSID(L"7");
+  EXPECT_EQ(count(strings::SignalSource), 0u);
+  EXPECT_EQ(signal.getSID(), L"") << "not written yet";
+  signal.commitBulkPropertyUpdate();
+  EXPECT_EQ(signal.getSID(), L"7");
+  EXPECT_THAT(signal.getBlockPath(), ElementsAre(L"m", L"b"));
+  EXPECT_EQ(count(strings::SignalSource), 1u);
+}
+
 TEST_F(SignalObjectTest, ExportPropertiesAreAStructureOfSixFields) {
   Signal signal(*manager_);
   signal.setName(L"n\u00e4me");
