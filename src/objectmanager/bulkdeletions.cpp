@@ -21,7 +21,7 @@ void BulkDeletions::Pending::deleteAll(kodiag::util::diagnostics& diag) {
 }
 
 void BulkDeletions::begin(const kodd::ClassRef& cls, kodd::DataModelRepository& repository) {
-  pending_.try_emplace(cls, cls, repository);
+  if (pending_.try_emplace(cls, cls, repository, nextOrder_).second) ++nextOrder_;
 }
 
 bool BulkDeletions::add(const kodd::ObjectRef& object) {
@@ -37,7 +37,24 @@ std::optional<BulkDeletions::Pending> BulkDeletions::take(const kodd::ClassRef& 
   return std::move(node.mapped());
 }
 
+int BulkDeletions::openBracket() {
+  brackets_.push_back(nextOrder_++);
+  return openBrackets() - 1;
+}
+
+int BulkDeletions::closeBracket() {
+  if (!brackets_.empty()) brackets_.pop_back();
+  return openBrackets();
+}
+
+void BulkDeletions::clear() {
+  pending_.clear();
+  brackets_.clear();
+}
+
 void BulkDeletions::rollBackTo(std::uint64_t mark) {
+  std::erase_if(brackets_, [mark](std::uint64_t opened) { return opened >= mark; });
+  std::erase_if(pending_, [mark](const auto& entry) { return entry.second.begun() >= mark; });
   for (auto& [cls, pending] : pending_) pending.dropFrom(mark);
 }
 

@@ -417,6 +417,21 @@ void ObjectManager::commitBulkObjectDeletion(const kodd::ClassRef& cls) {
   impl_->commitBulkObjectDeletion(cls);
 }
 
+int ObjectManager::openBulkDeletionBracket() {
+  std::lock_guard lock(repositoryLock());
+  return impl_->bulkDeletions().openBracket();
+}
+
+int ObjectManager::closeBulkDeletionBracket() {
+  std::lock_guard lock(repositoryLock());
+  return impl_->bulkDeletions().closeBracket();
+}
+
+int ObjectManager::openBulkDeletionBrackets() const {
+  std::lock_guard lock(repositoryLock());
+  return impl_->bulkDeletions().openBrackets();
+}
+
 FindObjectsTracer& ObjectManager::getFindObjectsTracer() {
   return impl_->tracer();
 }

@@ -234,6 +234,13 @@ class ObjectManager {
   void beginBulkObjectDeletion(const kodd::ClassRef& cls);
   void addObjectForBulkDeletion(kodd::ObjectRef& object);
   void commitBulkObjectDeletion(const kodd::ClassRef& cls);
+  /// Brackets around deletions of several classes that may nest. A unit that is undone closes
+  /// those it opened, and forgets the classes whose deletions it began.
+  /// \returns how many were open before
+  int openBulkDeletionBracket();
+  /// \returns how many are open still; 0 when none was open
+  int closeBulkDeletionBracket();
+  int openBulkDeletionBrackets() const;
 
   /// Writes this instance's runs that are not marked for deletion, with everything that belongs
   /// to them, and its signals and streams without a run, to a data file. Reports to the tracker

@@ -71,6 +71,8 @@ class ObjectManagerImpl {
   void beginBulkObjectDeletion(const kodd::ClassRef& cls);
   void addObjectForBulkDeletion(kodd::ObjectRef& object);
   void commitBulkObjectDeletion(const kodd::ClassRef& cls);
+  /// For use under the repository lock.
+  BulkDeletions& bulkDeletions() { return bulkDeletions_; }
 
   FindObjectsTracer& tracer() { return tracer_; }
   std::unique_ptr<PreparedSet>& preparedSlot(std::type_index type) { return prepared_[type]; }

@@ -64,12 +64,12 @@ const std::string* const kBulkClasses[] = {&strings::Chunk, &strings::TimeChunk,
                                            &strings::DataChunk, &strings::Signal,
                                            &strings::SignalSource};
 
-/// The bracket of bulk removal that is open on a manager.
+/// What the open brackets of bulk removal have collected besides the objects to delete.
 struct BulkRemoval : PreparedSet {
   explicit BulkRemoval(ObjectManager&) {}
 
-  int depth = 0;
-  std::vector<int> sources;  ///< of signals to be removed; may have other users
+  /// Of signals to be removed; may have other users, and may be left from an undone unit.
+  std::vector<int> sources;
 };
 
 void addMatching(ObjectManager& manager, const std::string& className,
@@ -140,11 +140,11 @@ void Signal::remove() {
 }
 
 void Signal::bulkRemove() {
-  BulkRemoval& bracket = manager().prepared<BulkRemoval>();
-  if (bracket.depth == 0) {
+  if (manager().openBulkDeletionBrackets() == 0) {
     remove();
     return;
   }
+  BulkRemoval& bracket = manager().prepared<BulkRemoval>();
   manager().inTransaction([&] {
     // Through the handle, which knows when the signal is gone.
     getObjectReference().getPropertyInt32(strings::FK_Parent);
@@ -164,16 +164,15 @@ void Signal::bulkRemove() {
 }
 
 void Signal::beginBulkRemove(ObjectManager& manager) {
-  if (manager.prepared<BulkRemoval>().depth++ > 0) return;
+  if (manager.openBulkDeletionBracket() > 0) return;
   for (const std::string* name : kBulkClasses) {
     manager.beginBulkObjectDeletion(manager.getClass(*name));
   }
 }
 
 void Signal::commitBulkRemove(ObjectManager& manager) {
-  BulkRemoval& bracket = manager.prepared<BulkRemoval>();
-  if (bracket.depth == 0 || --bracket.depth > 0) return;
-  const std::vector<int> sources = std::exchange(bracket.sources, {});
+  if (manager.openBulkDeletionBrackets() == 0 || manager.closeBulkDeletionBracket() > 0) return;
+  const std::vector<int> sources = std::exchange(manager.prepared<BulkRemoval>().sources, {});
   manager.inTransaction([&] {
     for (const std::string* name : kBulkClasses) {
       manager.commitBulkObjectDeletion(manager.getClass(*name));

@@ -302,6 +302,23 @@ TEST_F(SignalRemovalTest, InBulkHappensAtTheOutermostCommit) {
   EXPECT_THAT(census(), ElementsAre(0, 0, 0, 0, 0, 0));
 }
 
+TEST_F(SignalRemovalTest, AUnitThatFailsClosesTheBracketsItOpened) {
+  Signal::beginBulkRemove(*manager_);
+  EXPECT_NE(raisedBy([&] {
+              manager_->inTransaction([&] {
+                Signal::beginBulkRemove(*manager_);
+                root_->bulkRemove();
+                throw std::runtime_error("undone");
+              });
+            }),
+            "");
+  child_->bulkRemove();
+  Signal::commitBulkRemove(*manager_);
+  EXPECT_THAT(census(), ElementsAre(2, 4, 4, 4, 2, 2));
+  stranger_->bulkRemove();
+  EXPECT_THAT(census(), ElementsAre(1, 2, 2, 2, 1, 1)) << "no bracket is left open";
+}
+
 TEST_F(SignalObjectTest, BulkUpdatesMakeOneSourceAndNoneWhenTheyAreDropped) {
   Signal signal(*manager_);
   signal.beginBulkPropertyUpdate();
