@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "objects/datatypes.h"
 #include "objects/strings.h"
@@ -18,10 +21,85 @@ T elementAt(const char* bytes, std::size_t index) {
   return element;
 }
 
-template <class T>
-void widenInto(const void* elements, std::vector<int>& out) {
-  const auto* bytes = static_cast<const char*>(elements);
-  for (std::size_t i = 0; i < out.size(); ++i) out[i] = elementAt<T>(bytes, i);
+/// Calls `use` with a value of the kind's type.
+template <class Use>
+void visit(NumberKind kind, Use&& use) {
+  switch (kind) {
+    case NumberKind::none:
+      return;
+    case NumberKind::real64:
+      return use(double());
+    case NumberKind::real32:
+      return use(float());
+    case NumberKind::int8:
+      return use(std::int8_t());
+    case NumberKind::int16:
+      return use(std::int16_t());
+    case NumberKind::int32:
+      return use(std::int32_t());
+    case NumberKind::int64:
+      return use(std::int64_t());
+    case NumberKind::uint8:
+      return use(std::uint8_t());
+    case NumberKind::uint16:
+      return use(std::uint16_t());
+    case NumberKind::uint32:
+      return use(std::uint32_t());
+    case NumberKind::uint64:
+      return use(std::uint64_t());
+  }
+}
+
+/// 2 to the number of value bits: the first number beyond the greatest, and as a double exact.
+template <class Integer>
+double beyond() {
+  return std::ldexp(1.0, std::numeric_limits<Integer>::digits);
+}
+
+/// Whether a floating-point number is one of the integers of the type.
+template <class Integer, class Real>
+bool isInteger(Real value) {
+  const double number = value;
+  // Written so that NaN is none.
+  return number >= static_cast<double>(std::numeric_limits<Integer>::min()) &&
+         number < beyond<Integer>() && std::trunc(number) == number;
+}
+
+/// \returns false for a value that To cannot hold exactly
+template <class To, class From>
+bool convert(From value, To& out) {
+  constexpr bool fromReal = std::is_floating_point_v<From>;
+  constexpr bool toReal = std::is_floating_point_v<To>;
+  if constexpr (!fromReal && !toReal) {
+    if (!std::in_range<To>(value)) return false;
+  } else if constexpr (fromReal && !toReal) {
+    if (!isInteger<To>(value)) return false;
+  } else if constexpr (std::numeric_limits<To>::digits < std::numeric_limits<From>::digits) {
+    // A number beyond the range of single precision has no conversion at all.
+    if (fromReal && std::isfinite(static_cast<double>(value)) &&
+        std::abs(static_cast<double>(value)) > std::numeric_limits<float>::max())
+      return false;
+    const To converted = static_cast<To>(value);
+    bool same = true;
+    if constexpr (fromReal) {
+      same = std::isnan(value) || static_cast<From>(converted) == value;
+    } else {
+      same = isInteger<From>(converted) && static_cast<From>(converted) == value;
+    }
+    if (!same) return false;
+  }
+  out = static_cast<To>(value);
+  return true;
+}
+
+template <class From, class To>
+std::optional<std::size_t> convertAll(const char* elements, std::size_t count, char* out) {
+  for (std::size_t i = 0; i < count; ++i) {
+    To converted;
+    if (!convert(elementAt<From>(elements, i), converted)) return i;
+    std::memcpy(out + i * sizeof converted, &converted, sizeof converted);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -47,71 +125,52 @@ NumberKind numberKindOf(const std::string& typeLabel) {
 }
 
 std::size_t bytesOf(NumberKind kind) {
-  switch (kind) {
-    case NumberKind::none:
-      return 0;
-    case NumberKind::int8:
-    case NumberKind::uint8:
-      return 1;
-    case NumberKind::int16:
-    case NumberKind::uint16:
-      return 2;
-    case NumberKind::real32:
-    case NumberKind::int32:
-    case NumberKind::uint32:
-      return 4;
-    case NumberKind::real64:
-    case NumberKind::int64:
-    case NumberKind::uint64:
-      return 8;
-  }
-  return 0;
+  std::size_t bytes = 0;
+  visit(kind, [&](auto element) { bytes = sizeof element; });
+  return bytes;
 }
 
 std::size_t builtInElementBytes(int dataTypeCode) {
+  return bytesOf(numberKindOf(dataTypeCode));
+}
+
+NumberKind numberKindOf(int dataTypeCode) {
   switch (dataTypeCode) {
     case dtypeDouble:
-    case dtypeInt64:
-    case dtypeUInt64:
-      return 8;
+      return NumberKind::real64;
     case dtypeSingle:
-    case dtypeInt32:
-    case dtypeUInt32:
-      return 4;
-    case dtypeInt16:
-    case dtypeUInt16:
-      return 2;
+      return NumberKind::real32;
     case dtypeInt8:
+      return NumberKind::int8;
+    case dtypeInt16:
+      return NumberKind::int16;
+    case dtypeInt32:
+      return NumberKind::int32;
+    case dtypeInt64:
+      return NumberKind::int64;
     case dtypeUInt8:
     case dtypeBoolean:
-      return 1;
-    default:
-      return 0;
-  }
-}
-
-bool isSmallInteger(int dataTypeCode) {
-  return dataTypeCode == dtypeInt8 || dataTypeCode == dtypeUInt8 ||
-         dataTypeCode == dtypeInt16 || dataTypeCode == dtypeUInt16;
-}
-
-std::vector<int> widened(int dataTypeCode, const void* elements, std::size_t count) {
-  std::vector<int> out(count);
-  switch (dataTypeCode) {
-    case dtypeInt8:
-      widenInto<std::int8_t>(elements, out);
-      break;
-    case dtypeUInt8:
-      widenInto<std::uint8_t>(elements, out);
-      break;
-    case dtypeInt16:
-      widenInto<std::int16_t>(elements, out);
-      break;
+      return NumberKind::uint8;
     case dtypeUInt16:
-      widenInto<std::uint16_t>(elements, out);
-      break;
+      return NumberKind::uint16;
+    case dtypeUInt32:
+      return NumberKind::uint32;
+    case dtypeUInt64:
+      return NumberKind::uint64;
+    default:
+      return NumberKind::none;
   }
-  return out;
+}
+
+std::optional<std::size_t> convertExactly(NumberKind from, const char* elements,
+                                          std::size_t count, NumberKind to, char* out) {
+  std::optional<std::size_t> failed;
+  visit(from, [&](auto source) {
+    visit(to, [&](auto target) {
+      failed = convertAll<decltype(source), decltype(target)>(elements, count, out);
+    });
+  });
+  return failed;
 }
 
 template <class T>
@@ -150,30 +209,7 @@ void NumberBounds::add(const char* bytes, std::size_t byteCount) {
   const std::size_t count = size == 0 ? 0 : byteCount / size;
   if (count == 0) return;
   any_ = true;
-  switch (kind_) {
-    case NumberKind::none:
-      return;
-    case NumberKind::real64:
-      return addTyped<double>(bytes, count);
-    case NumberKind::real32:
-      return addTyped<float>(bytes, count);
-    case NumberKind::int8:
-      return addTyped<std::int8_t>(bytes, count);
-    case NumberKind::int16:
-      return addTyped<std::int16_t>(bytes, count);
-    case NumberKind::int32:
-      return addTyped<std::int32_t>(bytes, count);
-    case NumberKind::int64:
-      return addTyped<std::int64_t>(bytes, count);
-    case NumberKind::uint8:
-      return addTyped<std::uint8_t>(bytes, count);
-    case NumberKind::uint16:
-      return addTyped<std::uint16_t>(bytes, count);
-    case NumberKind::uint32:
-      return addTyped<std::uint32_t>(bytes, count);
-    case NumberKind::uint64:
-      return addTyped<std::uint64_t>(bytes, count);
-  }
+  visit(kind_, [&](auto element) { addTyped<decltype(element)>(bytes, count); });
 }
 
 }  // namespace vela

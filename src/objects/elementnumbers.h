@@ -1,10 +1,10 @@
-// The elements of a signal as numbers: sizes, minimum and maximum, widening.
+// The elements of a signal as numbers: sizes, minimum and maximum, conversion.
 #pragma once
 
 #include <cstddef>
 #include <limits>
+#include <optional>
 #include <string>
-#include <vector>
 
 namespace vela {
 
@@ -30,10 +30,14 @@ std::size_t bytesOf(NumberKind kind);
 
 /// Bytes of an element of the built-in type with that code; 0 for codes that are none.
 std::size_t builtInElementBytes(int dataTypeCode);
-/// Whether elements of that code are integers of less than 4 bytes.
-bool isSmallInteger(int dataTypeCode);
-/// `count` small integers as int32.
-std::vector<int> widened(int dataTypeCode, const void* elements, std::size_t count);
+/// `none` for codes that are none of a built-in type.
+NumberKind numberKindOf(int dataTypeCode);
+
+/// Converts packed elements to another kind.
+/// \returns the index of the first one that kind cannot hold exactly; none when all are
+///          converted. NaN and infinities pass between floating-point kinds
+std::optional<std::size_t> convertExactly(NumberKind from, const char* elements,
+                                          std::size_t count, NumberKind to, char* out);
 
 /// The least and greatest of the elements seen; NaN is passed over, infinities count. 64-bit
 /// integers are rounded to the nearest double.

@@ -4,7 +4,7 @@
 
 #include "objectmanager/objectmanager.h"
 #include "objects/classdef.h"
-#include "objects/datatypes.h"
+#include "objects/raising.h"
 #include "objects/strings.h"
 
 namespace vela {
@@ -14,6 +14,37 @@ std::unique_ptr<ObjectRef> findDataType(ObjectManager& manager, int dataType) {
   bool found = false;
   return dataType == 0 ? nullptr : manager.findObject(dataType, strings::DataType, found);
 }
+
+/// Asked for with every append.
+class DataTypeRows : public PreparedSet {
+ public:
+  explicit DataTypeRows(ObjectManager& manager) : query_(manager.repository()) {
+    const kodd::ClassRef cls = manager.getClass(strings::DataType);
+    query_.addIDConstraint(cls, &id_);
+    query_.addResultProperty(cls.findProperty(strings::Classification), &classification_);
+    query_.addResultProperty(cls.findProperty(strings::Name), &name_);
+    query_.addResultProperty(cls.findProperty(strings::FK_DataTypeDefinitionID), &definition_);
+  }
+
+  /// As DataTypeUtil::getEffectiveType; empty when there is no such type.
+  std::string labelOf(int dataType) {
+    if (!read(dataType)) return {};
+    if (!classification_.empty()) return classification_;
+    return definition_ == 0 || read(definition_) ? name_ : std::string();
+  }
+
+ private:
+  bool read(int dataType) {
+    id_ = dataType;
+    return raising([&](auto& diag) { return query_.executeForOne(diag); });
+  }
+
+  int id_ = 0;
+  std::string classification_;
+  std::string name_;
+  int definition_ = 0;
+  kodd::ObjectQuery query_;
+};
 
 bool isFixedPoint(const std::string& classification) {
   return classification == strings::FxpBinaryPointScaling ||
@@ -39,8 +70,7 @@ void readScaling(const ObjectRef& definition, fxpDataTypeProp& type) {
 }  // namespace
 
 std::string typeLabelOf(ObjectManager& manager, int dataType) {
-  const std::unique_ptr<ObjectRef> type = findDataType(manager, dataType);
-  return type ? DataTypeUtil::getEffectiveType(*type) : std::string();
+  return dataType == 0 ? std::string() : manager.prepared<DataTypeRows>().labelOf(dataType);
 }
 
 std::optional<fxpDataTypeProp> fixedPointTypeOf(ObjectManager& manager, int dataType) {

@@ -77,6 +77,28 @@ void adoptDataType(ObjectManager& manager, const kodd::ObjectRef& signal,
   manager.prepared<SignalStates>().writeDataType(signal.id(), static_cast<int>(type));
 }
 
+/// The numbers of a block as the signal's type keeps them; empty when they are such already or
+/// the type is not one of numbers.
+/// \throws "nexstore:nex:InvalidData" for a number that type cannot hold
+std::vector<char> convertedNumbers(const Signal& signal, const SignalState& state,
+                                   int dataTypeCode, const SampleBlock& block) {
+  const NumberKind given = numberKindOf(dataTypeCode);
+  // Without a type of its own the signal takes the numbers as they are; records have none.
+  if (given == NumberKind::none || state.recordBytes != 0) return {};
+  const std::string type =
+      typeLabelOf(signal.getObjectReference().getObjectManager(), state.dataType);
+  const NumberKind kept = numberKindOf(type);
+  if (kept == NumberKind::none || kept == given) return {};
+  std::vector<char> numbers(block.points * bytesOf(kept));
+  const auto failed = convertExactly(given, block.values, block.points, kept, numbers.data());
+  if (failed) {
+    refuse(signal, "Adding samples to",
+           "value " + std::to_string(*failed) + " does not fit its type \"" + type +
+               "\"; values are counted from 0");
+  }
+  return numbers;
+}
+
 /// Copies every chunk of a signal, and the bookkeeping that goes with them. A composite leaf's
 /// samples are copied extracted.
 ///
@@ -184,14 +206,12 @@ void Signal::addBlock(const SampleBlock& given, bool hasDuplicateTimes, int data
              "its samples are kept by signal " + std::to_string(writer.owner()));
     }
     adoptDataType(manager(), signal, writer.state(), dataTypeCode);
-    // An enumeration takes 4 bytes whatever its storage type.
     SampleBlock block = given;
-    std::vector<int> wide;
-    if (isSmallInteger(dataTypeCode) &&
-        typeLabelOf(manager(), writer.state().dataType) == strings::Enumeration) {
-      wide = widened(dataTypeCode, block.values, block.points);
-      block.values = reinterpret_cast<const char*>(wide.data());
-      block.valueBytes = wide.size() * sizeof(int);
+    const std::vector<char> numbers =
+        convertedNumbers(*this, writer.state(), dataTypeCode, block);
+    if (!numbers.empty()) {
+      block.values = numbers.data();
+      block.valueBytes = numbers.size();
     }
     writer.append(block);
     if (hasDuplicateTimes) writer.noteDuplicateTimes();

@@ -89,7 +89,7 @@ TEST_F(SignalStorageTest, ChunksThatDoNotFitTogetherAreNotMerged) {
   EXPECT_THAT(layout(), ElementsAre("1: 1 1..1", "2: 2 2..3", "3: 1 4..4"));
   const double time = 5;
   const int small = 5;
-  signal_.addData(&small, &time, dtypeInt32, nullptr, 1, 0, nullptr);
+  signal_.addData(&small, &time, dtypeNull, nullptr, 1, sizeof small, nullptr);
   EXPECT_EQ(layout().size(), 4u);
 }
 
@@ -334,6 +334,40 @@ TEST_F(SignalStorageTest, EnumerationsAreKeptAsInt32WhateverTheirStorageType) {
   signal_.addData(bytes, times, dtypeInt8, nullptr, 2, 0, nullptr);
   signal_.addData(words, times + 2, dtypeUInt16, nullptr, 2, 0, nullptr);
   EXPECT_THAT(values<int>(signal_), ElementsAre(-1, 5, 65535, 1));
+}
+
+TEST_F(SignalStorageTest, NumbersOfAnotherTypeAreConvertedExactlyOrRefused) {
+  const double times[] = {1, 2};
+  const auto add = [&](builtInDTypeId kept, builtInDTypeId given, const auto& numbers) {
+    Signal signal(*manager_);
+    setType(signal, kept);
+    signal.addData(numbers.data(), times, given, nullptr, 2, 0, nullptr);
+    return signal;
+  };
+  EXPECT_THAT(values(add(dtypeDouble, dtypeInt8, std::array<std::int8_t, 2>{-3, 7})),
+              ElementsAre(-3., 7.));
+  EXPECT_THAT(values<float>(add(dtypeSingle, dtypeDouble, std::array<double, 2>{0.5, -2})),
+              ElementsAre(0.5F, -2.F));
+  EXPECT_THAT(
+      values<std::int8_t>(add(dtypeInt8, dtypeInt64, std::array<std::int64_t, 2>{-128, 127})),
+      ElementsAre(-128, 127));
+  EXPECT_THAT(
+      values<std::uint64_t>(add(dtypeUInt64, dtypeDouble, std::array<double, 2>{0x1p63, 3})),
+      ElementsAre(1ULL << 63, 3ULL));
+  const auto refused = [&](builtInDTypeId kept, builtInDTypeId given, const auto& numbers) {
+    return raisedBy([&] { add(kept, given, numbers); }) == "nexstore:nex:InvalidData";
+  };
+  EXPECT_TRUE(refused(dtypeInt8, dtypeInt16, std::array<std::int16_t, 2>{1, 128}));
+  EXPECT_TRUE(refused(dtypeUInt32, dtypeInt32, std::array<int, 2>{0, -1}));
+  EXPECT_TRUE(refused(dtypeInt32, dtypeDouble, std::array<double, 2>{1, 0.5}));
+  EXPECT_TRUE(refused(dtypeInt32, dtypeDouble, std::array<double, 2>{1, kNaN}));
+  EXPECT_TRUE(refused(dtypeInt64, dtypeDouble, std::array<double, 2>{1, 0x1p63}));
+  EXPECT_TRUE(refused(dtypeSingle, dtypeDouble, std::array<double, 2>{0.1, 1}));
+  EXPECT_TRUE(refused(dtypeSingle, dtypeDouble, std::array<double, 2>{1e300, 1}));
+  EXPECT_TRUE(
+      refused(dtypeDouble, dtypeInt64, std::array<std::int64_t, 2>{(1LL << 53) + 1, 0}));
+  EXPECT_TRUE(
+      refused(dtypeDouble, dtypeUInt64, std::array<std::uint64_t, 2>{std::uint64_t(-1), 0}));
 }
 
 TEST_F(SignalStorageTest, FixedPointSamplesAreKeptAsRealWorldValues) {
