@@ -53,6 +53,18 @@ std::unordered_map<int, std::string> ClassDef::getEnumerationDefinition() const 
   return {ordered.begin(), ordered.end()};
 }
 
+std::string ClassDef::getStorageType() const {
+  const std::string name = getName();
+  const EnumerationDefinition definition = getOrderedEnumerationDefinition();
+  const int checkSum = getCheckSum();
+  for (const std::string* type :
+       {&strings::KorvoIntEnumType, &strings::Int8, &strings::UInt8, &strings::Int16,
+        &strings::UInt16, &strings::Int32, &strings::UInt32}) {
+    if (checkSumOf(name, definition, *type) == checkSum) return *type;
+  }
+  return {};
+}
+
 int ClassDef::checkSumOf(const std::string& name, const EnumerationDefinition& definition,
                          const std::string& storageType) {
   CheckSum sum;

@@ -33,6 +33,8 @@ class ClassDef : public ORM {
   int getCheckSum() const override;
   /// In declaration order.
   EnumerationDefinition getOrderedEnumerationDefinition() const;
+  /// The storage type it was made with, which only the checksum tells; empty when none fits it.
+  std::string getStorageType() const;
   /// By value; of several enumerators with one value, the first declared.
   std::unordered_map<int, std::string> getEnumerationDefinition() const;
 

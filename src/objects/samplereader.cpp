@@ -21,7 +21,7 @@ SampleLayout layoutOf(ObjectManager& manager, const kodd::ObjectRef& signal, boo
   // Without a record there is nothing to take an element out of; without an element the records
   // themselves are what is asked for.
   if (extractLeaf && state.recordBytes != 0 && state.elementBytes != 0) {
-    layout.extraction.emplace(state, fixedPointTypeOf(manager, state.dataType));
+    layout.extraction.emplace(manager, state);
   }
   return layout;
 }
@@ -49,10 +49,8 @@ NumberKind SampleReader::numberKind() {
   // The records of a composite signal are no numbers.
   if (!layout_.extraction) return layout_.state.recordBytes != 0 ? NumberKind::none : kind;
   const std::size_t delivered = layout_.extraction->elementBytes();
-  if (kind == NumberKind::none || delivered % bytesOf(kind) == 0) return kind;
-  // In a record an enumeration takes the bytes of its storage type.
-  if (typeLabel() != strings::Enumeration) return NumberKind::none;
-  return delivered == 1 ? NumberKind::int8 : NumberKind::int16;
+  const bool fits = kind == NumberKind::none || delivered % bytesOf(kind) == 0;
+  return fits ? kind : NumberKind::none;
 }
 
 std::vector<ChunkSlice> SampleReader::slices(double t0, double t1) {

@@ -169,7 +169,7 @@ void Signal::deinterleaveStructuredData(const char* records, unsigned byteCount,
   manager().inReadUnit([&] {
     const SignalState state =
         manager().prepared<SignalStates>().read(getObjectReference().getObjRef());
-    const LeafExtraction leaf(state, fixedPointTypeOf(manager(), state.dataType));
+    const LeafExtraction leaf(manager(), state);
     const std::size_t count = byteCount / leaf.recordBytes();
     out.resize(count * leaf.elementBytes());
     leaf.extract(records, count, out.data());

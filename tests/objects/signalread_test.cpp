@@ -273,6 +273,28 @@ TEST_F(SignalReadTest, ARangeWithoutSamplesOrNumbersIsNotValid) {
   EXPECT_FALSE(signal_.getDataRange().isValid);
 }
 
+TEST_F(SignalReadTest, MembersInRecordsKeepTheSignOfTheirStorageType) {
+  const struct {
+    const char* storage;
+    int bytes, member;
+  } cases[] = {{"uint8", 1, 200}, {"int8", 1, -56}, {"uint16", 2, 65000}, {"int16", 2, -536}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.storage);
+    Signal root(*manager_);
+    // The member, then a byte or two of something else.
+    const auto stored = static_cast<std::uint16_t>(c.member);
+    const char record[] = {static_cast<char>(stored & 0xFF), static_cast<char>(stored >> 8), 9};
+    const double time = 1;
+    root.addData(record, &time, dtypeNull, nullptr, 1, 3, nullptr);
+    long long type = 0;
+    DataTypeUtil::createEnumDataType(c.storage, {{c.member, "x"}}, c.storage, *manager_, type);
+    Signal leaf = leafOf(root, c.bytes, 3, 0, dtypeInt8);
+    setType(leaf, type);
+    EXPECT_THAT(values<int>(leaf), ElementsAre(c.member));
+    EXPECT_EQ(leaf.getDataRange().maxValue, c.member);
+  }
+}
+
 class CachedBoundsTest : public SignalReadTest {
  protected:
   CachedBoundsTest() { signal_.setSourceType(Signal::Visualized); }
