@@ -156,6 +156,9 @@ class Set : public ORM {
   static void initializeDefaultRunNameTemplateAndShowAtTopFlag(const std::wstring& text,
                                                                bool showAtTop,
                                                                ObjectManager& manager);
+  /// Whether new runs of this instance go to the top of the lists.
+  static bool getShowRunAtTop(ObjectManager& manager);
+  static void setShowRunAtTop(bool atTop, ObjectManager& manager);
   /// Template and show-at-top flag; built-in ones where the host has no preferences.
   static std::pair<std::wstring, bool> getDefaultRunNameTemplateAndShowAtTopFlagFromPrefs();
 

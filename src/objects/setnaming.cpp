@@ -32,9 +32,15 @@ void storeTemplate(ObjectManager& manager, const std::wstring& text) {
   manager.createObject(strings::RunNameTemplate, values, false);
 }
 
-std::vector<int> orderRecords(ObjectManager& manager) {
-  return findIDs(manager, strings::MinMaxOrderIndex,
-                 {equals(strings::InstanceID, manager.getInstanceID())});
+/// The instance's record of its list; empty when it has none or several.
+std::unique_ptr<ObjectRef> orderRecord(ObjectManager& manager) {
+  const std::vector<int> records =
+      findIDs(manager, strings::MinMaxOrderIndex,
+              {equals(strings::InstanceID, manager.getInstanceID())});
+  bool found = false;
+  return records.size() == 1
+             ? manager.findObject(records.front(), strings::MinMaxOrderIndex, found)
+             : nullptr;
 }
 
 }  // namespace
@@ -78,11 +84,25 @@ void Set::initializeDefaultRunNameTemplateAndShowAtTopFlag(const std::wstring& t
                                                            ObjectManager& manager) {
   manager.inTransaction([&] {
     if (findFirstID(manager, strings::RunNameTemplate, {}) == 0) storeTemplate(manager, text);
-    const std::vector<int> records = orderRecords(manager);
-    if (records.size() != 1) return;
-    bool found = false;
-    const auto record = manager.findObject(records.front(), strings::MinMaxOrderIndex, found);
-    record->setPropertyInt32(strings::ShowAtTop, showAtTop);
+    const auto record = orderRecord(manager);
+    if (record) record->setPropertyInt32(strings::ShowAtTop, showAtTop);
+  });
+}
+
+bool Set::getShowRunAtTop(ObjectManager& manager) {
+  manager.ensureInstanceRecords();
+  const auto record = orderRecord(manager);
+  return record && record->getPropertyInt32(strings::ShowAtTop) != 0;
+}
+
+void Set::setShowRunAtTop(bool atTop, ObjectManager& manager) {
+  // Made by the first run otherwise, the template would bring the flag of the preferences
+  // along.
+  getRunNameTemplate(manager);
+  manager.inTransaction([&] {
+    manager.ensureInstanceRecords();
+    const auto record = orderRecord(manager);
+    if (record) record->setPropertyInt32(strings::ShowAtTop, atTop);
   });
 }
 

@@ -1,29 +1,12 @@
 // Numbers, places and the naming of runs.
-#include "objects/find.h"
-#include "objects/strings.h"
 #include "scripting/families.h"
 #include "scripting/method.h"
 
 namespace vela::scripting {
 namespace {
 
-/// This instance's record of the places of runs; null unless there is exactly one.
-std::unique_ptr<ObjectRef> orderRecord(ObjectManager& manager) {
-  manager.ensureInstanceRecords();
-  const std::vector<int> ids = findIDs(manager, strings::MinMaxOrderIndex,
-                                       {equals(strings::InstanceID, manager.getInstanceID())});
-  bool found = false;
-  return ids.size() == 1 ? manager.findObject(ids.front(), found) : nullptr;
-}
-
-Flag<"flag"> getShowRunAtTop(Repository repository) {
-  const auto record = orderRecord(repository.manager);
-  return {record && record->getPropertyInt32(strings::ShowAtTop) != 0};
-}
-
 void setShowRunAtTop(Repository repository, Flag<"flag"> flag) {
-  const auto record = orderRecord(repository.manager);
-  if (record) record->setPropertyInt32(strings::ShowAtTop, int{flag});
+  Set::setShowRunAtTop(flag, repository.manager);
 }
 
 void setRunNameTemplate(Repository repository, Wide<"template"> text) {
@@ -61,8 +44,8 @@ struct VelaRepositorySetHighestRunNumber
     : Method<"setHighestRunNumber", "Set after which number the next run is numbered.",
              &setHighestRunNumber> {};
 struct VelaRepositoryGetShowRunAtTop
-    : Method<"getShowRunAtTop", "Whether new runs go to the top of the lists.",
-             &getShowRunAtTop> {};
+    : RepositoryGetter<"getShowRunAtTop", &Set::getShowRunAtTop, Flag<"flag">,
+                       "Whether new runs go to the top of the lists."> {};
 struct VelaRepositorySetShowRunAtTop
     : Method<"setShowRunAtTop", "Set whether new runs go to the top of the lists.",
              &setShowRunAtTop> {};

@@ -57,6 +57,13 @@ TEST_F(SetTest, EveryInstanceHasItsOwnNumbersAndPlaces) {
   EXPECT_EQ(first.getOrderIndex(), 1);
 }
 
+TEST_F(SetTest, ThePlaceOfNewRunsCanBeSetBeforeTheFirst) {
+  Set::setShowRunAtTop(true, *manager_);
+  const int first = run().getOrderIndex();
+  EXPECT_EQ(run().getOrderIndex(), first - 1);
+  EXPECT_TRUE(Set::getShowRunAtTop(*manager_));
+}
+
 TEST_F(SetTest, NewRunsGoToTheBottomOrTheTopOfOneList) {
   EXPECT_EQ(run().getOrderIndex(), 1);
   EXPECT_EQ(run().getOrderIndex(), 2);
