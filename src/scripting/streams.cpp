@@ -1,11 +1,15 @@
 #include "scripting/streams.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "objects/strings.h"
+#include "scripting/errors.h"
+#include "text/utf8.h"
 
 namespace vela::scripting {
 namespace {
@@ -24,13 +28,51 @@ Signals childrenOf(const Signal& signal) {
   return children;
 }
 
-/// The real and the imaginary part; empty unless these are what the children are.
-Signals partsOf(const Signal& signal) {
-  if (signal.getComplexity() != complexity::complex) return {};
-  Signals children = childrenOf(signal);
-  const bool areParts = children.size() == 2 && !children[0]->getIsImagPartOfComplex() &&
-                        children[1]->getIsImagPartOfComplex();
-  return areParts ? children : Signals();
+[[noreturn]] void refuseShape(const Signal& signal, const std::string& reason) {
+  throwScriptingError(
+      {"nexstore:nex", "InvalidData"},
+      {{"Operation", "Taking signal " + std::to_string(signal.getID()) + " \"" +
+                         text::toUtf8(signal.getName()) + "\" and what is below it as one"},
+       {"Reason", reason}});
+}
+
+std::string inParentheses(const std::vector<unsigned>& numbers) {
+  std::string text;
+  for (const unsigned number : numbers)
+    text += (text.empty() ? "" : ", ") + std::to_string(number);
+  return "(" + text + ")";
+}
+
+/// Elements of a sample; one for no dimensions, and not exact beyond what can be counted.
+std::size_t elementsIn(const std::vector<unsigned>& dims) {
+  std::size_t count = 1;
+  for (const unsigned dim : dims) {
+    if (dim != 0 && count > std::numeric_limits<unsigned>::max() / dim)
+      return std::numeric_limits<unsigned>::max();
+    count *= dim;
+  }
+  return count;
+}
+
+/// Whether the samples were spread over signals below. The root of a bus has such signals too,
+/// but they are no elements or parts of its samples.
+bool isExpanded(const Signal& signal, const Signals& children) {
+  if (signal.getComplexity() == complexity::complex) return true;
+  if (children.empty())
+    return elementsIn(signal.getDimensions()) > 1 && signal.getDataTypeLabel() != strings::Null;
+  return std::ranges::any_of(
+      children, [](const SignalPtr& child) { return !child->getChannel().empty(); });
+}
+
+/// The real and the imaginary part, in this order.
+Signals partsOf(const Signal& signal, Signals children) {
+  if (children.size() != 2)
+    refuseShape(signal, std::to_string(children.size()) + " signals are below signal " +
+                            std::to_string(signal.getID()) + " in place of its two parts");
+  if (children[0]->getIsImagPartOfComplex()) std::swap(children[0], children[1]);
+  if (children[0]->getIsImagPartOfComplex() || !children[1]->getIsImagPartOfComplex())
+    refuseShape(signal, "its real or its imaginary part is missing");
+  return children;
 }
 
 /// Where an element lies in a sample, first dimension fastest.
@@ -47,20 +89,22 @@ std::optional<std::size_t> placeOf(const std::vector<unsigned>& subscripts,
   return place;
 }
 
-/// The children in the order of the elements; empty unless there is one for each.
-Signals elementsOf(const Signal& signal, const std::vector<unsigned>& dims) {
-  Signals children = childrenOf(signal);
+/// The children in the order of the elements.
+Signals elementsOf(const Signal& signal, Signals children, const std::vector<unsigned>& dims) {
+  if (elementsIn(dims) != children.size())
+    refuseShape(signal, std::to_string(children.size()) +
+                            " signals are below it, which do not make samples of the shape " +
+                            inParentheses(dims));
   Signals elements(children.size());
-  // A sample without elements, or with more than can be counted, has no child for each.
-  std::size_t count = 1;
-  for (const unsigned dim : dims) {
-    count *= dim;
-    if (count == 0 || count > children.size()) return {};
-  }
-  if (count < 2 || count != children.size()) return {};
   for (SignalPtr& child : children) {
-    const auto place = placeOf(child->getChannel(), dims);
-    if (!place || elements[*place]) return {};
+    const std::vector<unsigned> channel = child->getChannel();
+    const auto place = placeOf(channel, dims);
+    if (!place || elements[*place])
+      refuseShape(signal, "signal " + std::to_string(child->getID()) + " is its element " +
+                              inParentheses(channel) +
+                              (place ? ", and so is another"
+                                     : ", which samples of the shape " + inParentheses(dims) +
+                                           " do not have"));
     elements[*place] = std::move(child);
   }
   return elements;
@@ -70,20 +114,21 @@ Signals elementsOf(const Signal& signal, const std::vector<unsigned>& dims) {
 
 Streams streamsOf(const SignalPtr& signal) {
   Streams plain{{signal}, {}, false};
-  if (signal->getObjectReference().getPropertyInt32(strings::HasChildren) == 0) return plain;
-  if (Signals parts = partsOf(*signal); !parts.empty()) return {std::move(parts), {}, true};
+  if (signal->getObjectReference().getPropertyInt32(strings::HasDataHierarchy) == 0) return plain;
+  Signals children = childrenOf(*signal);
+  if (!isExpanded(*signal, children)) return plain;
+  const bool isComplex = signal->getComplexity() == complexity::complex;
   const std::vector<unsigned> dims = signal->getDimensions();
-  Signals elements = elementsOf(*signal, dims);
-  if (elements.empty()) return plain;
-  Streams streams{{}, {dims.begin(), dims.end()}, false};
-  streams.isComplex = signal->getComplexity() == complexity::complex;
-  if (!streams.isComplex) {
+  if (elementsIn(dims) == 1 && isComplex)
+    return {partsOf(*signal, std::move(children)), {}, true};
+  Signals elements = elementsOf(*signal, std::move(children), dims);
+  Streams streams{{}, {dims.begin(), dims.end()}, isComplex};
+  if (!isComplex) {
     streams.leaves = std::move(elements);
     return streams;
   }
   for (const SignalPtr& element : elements) {
-    Signals parts = partsOf(*element);
-    if (parts.empty()) return plain;
+    Signals parts = partsOf(*element, childrenOf(*element));
     std::move(parts.begin(), parts.end(), std::back_inserter(streams.leaves));
   }
   return streams;

@@ -20,6 +20,8 @@ struct Streams {
   bool isPlain() const { return dims.empty() && !isComplex; }
 };
 
+/// \throws "nexstore:nex:InvalidData" when what is below an expanded signal no longer makes its
+///         samples: elements or parts are missing, or its dimensions are others
 Streams streamsOf(const boost::shared_ptr<Signal>& signal);
 
 }  // namespace vela::scripting

@@ -297,6 +297,28 @@ TEST_F(SignalDataTest, MergedSamplesKeepTheOrderOfTheirTimes) {
   EXPECT_FALSE(vela_("isValidSignal", source).toBool());
 }
 
+TEST_F(SignalDataTest, WhatHasLostItsShapeIsNotReadAsEmpty) {
+  const auto matrix = [&] { return add(samples(list({0}), counted({1, 2, 2}))); };
+  const HostArray complexOne = counted({2, 1}, Complexity::complex);
+  const auto elements = [&](int signal) { return ints(vela_("getSignalChildren", signal)); };
+  const int shrunk = matrix();
+  vela_("remove", elements(shrunk)[1]);
+  const int reshaped = matrix();
+  vela_("setSignalSampleDims", reshaped, std::vector<int>{4});
+  const int doubled = matrix();
+  vela_("setProperty", elements(doubled)[0], "Channel",
+        vela_("getProperty", elements(doubled)[1], "Channel"));
+  const int real = add(samples(list({0, 1}), complexOne));
+  vela_("remove", elements(real)[1]);
+  const int nothing = add(samples(list({0, 1}), complexOne));
+  for (const int part : elements(nothing)) vela_("remove", part);
+  for (const int signal : {shrunk, reshaped, doubled, real, nothing}) {
+    EXPECT_EQ(idOf([&] { values(signal); }), "nexstore:nex:InvalidData");
+    EXPECT_EQ(idOf([&] { vela_("getHierarchicalSignalData", signal); }),
+              "nexstore:nex:InvalidData");
+  }
+}
+
 TEST_F(SignalDataTest, LeavesTakeTheirElementsOutOfRecords) {
   const int leaf = fresh();
   ObjectManager& manager = vela_.manager();
