@@ -11,6 +11,26 @@ namespace kodd {
 namespace {
 
 constexpr std::size_t kTermBits = 64;
+/// The engine refuses expressions that are nested more deeply than 1000, and takes each further
+/// term of a chain for a level.
+constexpr std::size_t kLongestChain = 500;
+
+/// The terms as a chain, or as a chain of chains.
+std::string joined(std::vector<std::string> terms, const std::string& sign) {
+  while (terms.size() > kLongestChain) {
+    std::vector<std::string> groups;
+    for (std::size_t i = 0; i < terms.size(); i += kLongestChain) {
+      const auto first = terms.begin() + static_cast<std::ptrdiff_t>(i);
+      const auto count = std::min(kLongestChain, terms.size() - i);
+      groups.push_back("(" + joined({first, first + static_cast<std::ptrdiff_t>(count)}, sign) +
+                       ")");
+    }
+    terms = std::move(groups);
+  }
+  std::string text;
+  for (const std::string& term : terms) text += (text.empty() ? "" : sign) + term;
+  return text;
+}
 
 /// Whether the value needs memory of its own while a run lasts.
 bool isKept(const QuerySource& source) {
@@ -53,16 +73,16 @@ class QueryWriter {
   }
 
   std::string comparisons(const QueryCondition& condition) {
-    std::string text;
+    std::vector<std::string> terms;
     for (const QueryComparison& comparison : condition.comparisons) {
-      const std::string left = column(comparison.property);
-      text += (text.empty() ? "" : " OR ") + left + relationSign(comparison.relation) + "?";
+      std::string term = column(comparison.property) + relationSign(comparison.relation) + "?";
       if (takeTermBit()) {
-        text += " AND " + partialIndexTerm(layout_, *comparison.property.info(),
+        term += " AND " + partialIndexTerm(layout_, *comparison.property.info(),
                                            comparison.relation, "s0");
       }
+      terms.push_back(std::move(term));
     }
-    return text.empty() ? "0" : "(" + text + ")";
+    return terms.empty() ? "0" : "(" + joined(std::move(terms), " OR ") + ")";
   }
 
   std::string notEmpty(const PropertyRef& property) const {
@@ -145,9 +165,10 @@ std::string QueryShape::build(const Layout& layout, std::uint64_t partialTerms) 
     text += (i == 0 ? "" : ",") + writer.result(results[i], countOnly);
   }
   text += " FROM " + layout.of(cls).table + " AS s0";
-  for (std::size_t i = 0; i < conditions.size(); ++i) {
-    text += (i == 0 ? " WHERE " : " AND ") + writer.condition(conditions[i]);
-  }
+  std::vector<std::string> terms;
+  for (const QueryCondition& condition : conditions)
+    terms.push_back(writer.condition(condition));
+  if (!terms.empty()) text += " WHERE " + joined(terms, " AND ");
   if (countOnly) return text;
   text += " ORDER BY ";
   for (const auto& [property, direction] : order) {

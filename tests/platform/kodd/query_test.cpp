@@ -160,6 +160,23 @@ TEST_F(QueryTest, ADisjunctionHoldsWhenOneOfItsMatchesDoes) {
   EXPECT_THAT(rows(none, id), IsEmpty());
 }
 
+TEST_F(QueryTest, HoldsThousandsOfConditions) {
+  const int seven = 7;
+  const int eight = 8;
+  const int wanted = createRun(7).id();
+  createRun(8);
+  ObjectQuery all(repository_);
+  DisjunctionMatchConstraint any;
+  for (int i = 0; i < 5000; ++i) {
+    all.addConstraint(prop("Run", "Number"), Relation::Equal, &seven);
+    any.addConstraint(prop("Run", "Number"), Relation::Equal, i == 4321 ? &seven : &eight);
+  }
+  EXPECT_THAT(run(all), ElementsAre(wanted));
+  ObjectQuery some(repository_);
+  some.addConstraint(any);
+  EXPECT_EQ(run(some).size(), 2u);
+}
+
 TEST_F(QueryTest, MatchesObjectsByWhatTheyName) {
   ObjectRef run = createRun(1);
   const ObjectRef mine = create("Signal");
