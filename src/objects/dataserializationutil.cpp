@@ -7,6 +7,8 @@
 #include <boost/iostreams/device/back_inserter.hpp>
 #include <boost/iostreams/stream.hpp>
 #include <boost/serialization/vector.hpp>
+#include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "kodiag/message.h"
@@ -17,6 +19,16 @@ namespace {
 [[noreturn]] void raiseBroken(const std::string& reason) {
   kodiag::raise({"nexstore:nex", "InvalidData"},
                 {{"Operation", "Reading serialised chunk bytes"}, {"Reason", reason}});
+}
+
+// Archives begin with the length of a text and the text. Of other bytes the length would be
+// believed, and memory reserved for it.
+bool hasSignature(const char* bytes, unsigned count) {
+  constexpr std::string_view kText = "serialization::archive";
+  constexpr std::size_t kLength = kText.size();
+  return count >= sizeof kLength + kLength &&
+         std::memcmp(bytes, &kLength, sizeof kLength) == 0 &&
+         std::string_view(bytes + sizeof kLength, kLength) == kText;
 }
 
 // The archive names its length in front of the bytes. It is read by itself first, so that a
@@ -55,15 +67,22 @@ void DataSerializationUtil::Serialize(const char* bytes, unsigned count,
 
 void DataSerializationUtil::Deserialize(const char* bytes, unsigned count,
                                         std::vector<char>& out) {
+  if (!hasSignature(bytes, count)) raiseBroken("they are no archive");
   std::vector<char> result;
+  std::string failure;
   try {
-    if (claimedLength(bytes, count) > count) raiseBroken("they are cut off");
-    boost::iostreams::stream<boost::iostreams::array_source> stream(bytes, count);
-    boost::archive::binary_iarchive archive(stream);
-    archive >> result;
-  } catch (const boost::archive::archive_exception& error) {
-    raiseBroken(error.what());
+    if (claimedLength(bytes, count) > count) {
+      failure = "they are cut off";
+    } else {
+      boost::iostreams::stream<boost::iostreams::array_source> stream(bytes, count);
+      boost::archive::binary_iarchive archive(stream);
+      archive >> result;
+    }
+  } catch (const std::exception& error) {
+    // Not only archives' own errors: false bytes make reading fail in other ways too.
+    failure = error.what();
   }
+  if (!failure.empty()) raiseBroken(failure);
   out.swap(result);
 }
 

@@ -398,6 +398,21 @@ TEST_F(SignalStorageTest, SerialisedBytesComeBackAndFalseOnesAreRefused) {
         << length;
     EXPECT_THAT(out, ElementsAre('x'));
   }
+  // Any byte may be false; among the first is a length that must not be believed.
+  for (std::size_t i = 0; i < archived.size(); ++i) {
+    std::vector<char> damaged = archived;
+    damaged[i] = static_cast<char>(damaged[i] ^ 0x7F);
+    std::vector<char> out;
+    const std::string id = raisedBy([&] {
+      DataSerializationUtil::Deserialize(damaged.data(), static_cast<unsigned>(damaged.size()),
+                                         out);
+    });
+    EXPECT_THAT(id, testing::AnyOf("", "nexstore:nex:InvalidData")) << i;
+  }
+  std::vector<char> out;
+  const std::vector<char> garbage(64, 'x');
+  EXPECT_EQ(raisedBy([&] { DataSerializationUtil::Deserialize(garbage.data(), 64, out); }),
+            "nexstore:nex:InvalidData");
 }
 
 }  // namespace
