@@ -228,9 +228,9 @@ double Signal::getLatestTimeValue() const {
   double newest = 0;
   manager().inReadUnit([&] {
     SignalStates& states = manager().prepared<SignalStates>();
-    const SignalState state = states.read(getObjectReference().getObjRef());
-    newest =
-        state.isCompositeLeaf() ? states.read(state.dataOwner).newestTime : state.newestTime;
+    SignalState state = states.read(getObjectReference().getObjRef());
+    if (state.isCompositeLeaf()) state = states.read(state.dataOwner);
+    newest = state.lastChunk > 0 ? state.newestTime : states.timingOf(state.run).startTime;
   });
   return newest;
 }

@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <cstring>
 #include <ranges>
+#include <utility>
 
 namespace vela {
 namespace {
 
 // With larger values than these, reading parts of a chunk pays.
-constexpr int kSmallBytes = 1 << 16;
+constexpr std::size_t kSmallBytes = std::size_t{1} << 16;
 
 }  // namespace
 
@@ -37,7 +38,7 @@ bool SmallChunkReader::chunksAreSmall() {
   const SignalState owner = layout_.state.isCompositeLeaf()
                                 ? manager_.prepared<SignalStates>().read(layout_.owner)
                                 : layout_.state;
-  return owner.largestChunkBytes <= kSmallBytes;
+  return std::cmp_less_equal(owner.largestChunkBytes, kSmallBytes);
 }
 
 void SmallChunkReader::load(const ChunkRow& chunk) {
@@ -72,6 +73,8 @@ bool SmallChunkReader::plan(const ChunkRow& chunk, double t0, double t1) {
     if (isFirst && !learnMake()) return false;
     if (!isMadeLikeFirst(chunk, loaded_->blobs())) return false;
   }
+  // More than any chunk holds: a count that must not make anybody reserve memory for it.
+  if (slice.count * recordBytes_ > kSmallBytes) return false;
   if (isCut) cut(slice, t0, t1);
   if (slice.count > 0) add(slice);
   return true;

@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "datarangeiterator.h"
+#include "objects/set.h"
 #include "objects/signalstate.h"
 #include "tests/objects/signaltest.h"
 
@@ -175,6 +176,30 @@ TEST_F(SignalReadTest, ALeafReadsItsElementsOutOfTheRecordsOfItsRoot) {
   leaf.removeAllChunks();
   leaf.rollback(1.5);
   EXPECT_THAT(values<int>(leaf), ElementsAre(1, 4));
+}
+
+TEST_F(SignalReadTest, NoMemoryIsMadeForSamplesThatAreOnlyCounted) {
+  for (double time = 0; time < 5; ++time) append(signal_, {time});
+  boost::ptr_vector<ObjectRef> all;
+  signal_.getAllChunks(all);
+  all[2].setPropertyInt32(strings::NumPoints, INT_MAX);
+  std::size_t most = 0;
+  std::vector<double> times(100);
+  std::vector<char> values(100 * sizeof(double));
+  signal_.readRange(-kInfinity, kInfinity, [&](const SampleExtent& extent) {
+    most = std::max(most, extent.samples);
+    return extent.samples <= times.size() ? SampleTarget{times.data(), values.data(), nullptr}
+                                          : SampleTarget{};
+  });
+  EXPECT_EQ(most, 5u);
+}
+
+TEST_F(SignalReadTest, TheNewestTimeOfNoSamplesIsTheStartOfTheRun) {
+  EXPECT_EQ(signal_.getLatestTimeValue(), 0);
+  Set run(*manager_, true);
+  run.setStartTime(5);
+  run.addElement(signal_);
+  EXPECT_EQ(signal_.getLatestTimeValue(), 5);
 }
 
 TEST_F(SignalReadTest, ElementsAreTakenFromWholeRecords) {
