@@ -45,6 +45,7 @@ _BAD_DATA_KEYS = {
     "InvalidDimensions",
     "InvalidHostArray",
     "InvalidProperty",
+    "InvalidPropertyValue",
     "MismatchedPropVal",
     "NumericScalarExpected",
     "PropNameString",
