@@ -2,7 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
-#include "objects/set.h"
+#include "objects/integrity.h"
 #include "tools/vela/context.h"
 #include "tools/vela/repositories.h"
 #include "tools/vela/runview.h"
@@ -14,9 +14,10 @@ namespace {
 ExitCode check(const Context& context) {
   Repository repository = Repository::openForReading(context);
   kodiag::util::diagnostics diag;
-  const std::vector<std::string> problems =
-      repository.manager().repository().integrityProblems(diag);
+  std::vector<std::string> problems = repository.manager().repository().integrityProblems(diag);
   diag.raiseIfAny();
+  // Without sound tables there are no signals to ask about.
+  if (problems.empty()) problems = findSignalProblems(repository.manager());
   const bool whole = problems.empty();
   if (context.json) {
     std::cout << jsonText(

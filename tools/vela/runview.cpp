@@ -3,7 +3,9 @@
 #include <cmath>
 #include <ctime>
 #include <map>
+#include <set>
 
+#include "kodiag/message.h"
 #include "objects/strings.h"
 #include "text/numbers.h"
 #include "text/utf8.h"
@@ -75,13 +77,25 @@ std::vector<SignalView> signalTree(ObjectManager& manager, const Set& run) {
 }
 
 std::vector<std::unique_ptr<Signal>> leavesOf(ObjectManager& manager, const Signal& signal) {
-  boost::ptr_vector<ObjectRef> children;
-  signal.getChildren(children);
   std::vector<std::unique_ptr<Signal>> leaves;
-  if (children.empty()) leaves.push_back(Signal::getSignalFromID(manager, signal.getID()));
-  for (const ObjectRef& child : children) {
-    for (auto& leaf : leavesOf(manager, Signal(child.clone())))
-      leaves.push_back(std::move(leaf));
+  std::set<int> met;
+  // The next signal comes last.
+  std::vector<int> ahead = {signal.getID()};
+  while (!ahead.empty()) {
+    std::unique_ptr<Signal> next = Signal::getSignalFromID(manager, ahead.back());
+    ahead.pop_back();
+    if (!met.insert(next->getID()).second) {
+      kodiag::raise(
+          {"nexstore:nex", "InvalidData"},
+          {{"Operation", "Listing what is below signal " + std::to_string(signal.getID())},
+           {"Reason", "the file is damaged: signal " + std::to_string(next->getID()) +
+                          " is below itself"}});
+    }
+    boost::ptr_vector<ObjectRef> children;
+    next->getChildren(children);
+    for (auto child = children.rbegin(); child != children.rend(); ++child)
+      ahead.push_back(child->getObjectID());
+    if (children.empty()) leaves.push_back(std::move(next));
   }
   return leaves;
 }
