@@ -265,7 +265,7 @@ class Run(collections.abc.Mapping):
         values : array_like, shape (n,) or (n, ...)
             Of more than one dimension: one sample of that shape for each time.
         unit : str
-        interpolation : {"zoh", "linear", "none"}, optional
+        interpolation : {"zoh", "linear"}, optional
             How to read between two samples.
         description : str, optional
             Kept as metadata under "description".

@@ -5,6 +5,7 @@
 
 #include "objectmanager/objectmanager.h"
 #include "objects/runnames.h"
+#include "objects/settings.h"
 #include "objects/strings.h"
 #include "velainstance.h"
 
@@ -205,6 +206,7 @@ double Set::getSimTime() const {
   return readOutput<double>(strings::SimTime);
 }
 void Set::setSimTime(double seconds) {
+  requireTime("simulation time", seconds);
   writeOutput(strings::SimTime, seconds);
 }
 
@@ -212,6 +214,7 @@ double Set::getStartTime() const {
   return readOutput<double>(strings::StartTime);
 }
 void Set::setStartTime(double seconds) {
+  requireTime("start time", seconds);
   writeOutput(strings::StartTime, seconds);
 }
 
@@ -219,6 +222,7 @@ double Set::getStopTime() const {
   return readOutput<double>(strings::StopTime);
 }
 void Set::setStopTime(double seconds) {
+  requireTime("stop time", seconds);
   writeOutput(strings::StopTime, seconds);
 }
 
@@ -226,6 +230,7 @@ double Set::getTotalTime() const {
   return readOutput<double>(strings::TotalTime);
 }
 void Set::setTotalTime(double seconds) {
+  requireTime("total time", seconds);
   writeOutput(strings::TotalTime, seconds);
 }
 
@@ -233,6 +238,7 @@ double Set::getUpdateTime() const {
   return readOutput<double>(strings::UpdateTime);
 }
 void Set::setUpdateTime(double seconds) {
+  requireTime("update time", seconds);
   writeOutput(strings::UpdateTime, seconds);
 }
 

@@ -6,6 +6,7 @@
 #include "objects/checksum.h"
 #include "objects/find.h"
 #include "objects/sampletypes.h"
+#include "objects/settings.h"
 #include "objects/signal.h"
 #include "objects/signalstate.h"
 #include "objects/strings.h"
@@ -256,6 +257,7 @@ std::string Signal::getInterpMethod() const {
 }
 
 void Signal::setInterpMethod(const std::string& value) {
+  requireInterpMethod(value);
   set(strings::InterpSetting, value);
 }
 
@@ -264,6 +266,7 @@ std::string Signal::getTimeAlignmentMethod() const {
 }
 
 void Signal::setTimeAlignmentMethod(const std::string& value) {
+  requireTimeAlignment(value);
   set(strings::TimeAlignmentMethod, value);
 }
 
@@ -508,6 +511,7 @@ double Signal::getAbsTol() const {
 }
 
 void Signal::setAbsTol(const double& value) {
+  requireTolerance("absolute tolerance", value);
   set(strings::Abs, value);
 }
 
@@ -516,6 +520,7 @@ double Signal::getRelTol() const {
 }
 
 void Signal::setRelTol(const double& value) {
+  requireTolerance("relative tolerance", value);
   set(strings::Rel, value);
 }
 

@@ -1,4 +1,7 @@
 // What is stored with signals, and how they stand to each other and to their runs.
+#include <cmath>
+#include <limits>
+
 #include "scriptingtest.h"
 
 namespace vela {
@@ -58,6 +61,33 @@ TEST_F(SignalMethodsTest, SettersAreReadBackByTheirGetters) {
     EXPECT_EQ(vela_(c.getter, id), c.value);
     EXPECT_EQ(vela_(c.getter, other), before);
   }
+}
+
+TEST_F(SignalMethodsTest, SettingsThatMeanNothingAreRefused) {
+  const int id = signal();
+  constexpr double kInf = std::numeric_limits<double>::infinity();
+  const struct {
+    const char* setter;
+    const char* getter;
+    int object;
+    std::vector<HostArray> values;
+  } cases[] = {
+      {"setSignalAbsTol", "getSignalAbsTol", id, {array(-1.), array(kInf), array(NAN)}},
+      {"setSignalRelTol", "getSignalRelTol", id, {array(-1.), array(kInf), array(NAN)}},
+      {"setSignalSyncMethod", "getSignalSyncMethod", id, {array("Union"), array("")}},
+      {"setSignalInterpMethod", "getSignalInterpMethod", id, {array("none"), array("")}},
+      {"setRunStartTime", "getRunStartTime", run_, {array(NAN), array(-kInf)}}};
+  for (const auto& c : cases) {
+    const HostArray before = vela_(c.getter, c.object);
+    for (const HostArray& value : c.values) {
+      EXPECT_EQ(idOf([&] { vela_(c.setter, c.object, value); }), "nexstore:nex:InvalidSetting")
+          << c.setter << " " << value.describe();
+      EXPECT_EQ(vela_(c.getter, c.object), before);
+    }
+  }
+  EXPECT_EQ(idOf([&] { vela_("setRunStartAndStopTime", run_, 1., std::nan("")); }),
+            "nexstore:nex:InvalidSetting");
+  EXPECT_EQ(vela_("getRunStartTime", run_), array(0.)) << "neither of the two is kept";
 }
 
 TEST_F(SignalMethodsTest, WhatNamesNothingStandsForTheDefault) {
