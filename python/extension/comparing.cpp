@@ -73,6 +73,7 @@ py::dict rowOf(const ComparedSignal& signal) {
   py::dict row;
   row["path"] = text::toUtf8(signal.path);
   row["outcome"] = textOf(signal.outcome);
+  row["reason"] = signal.reason.empty() ? py::object(py::none()) : py::str(signal.reason);
   row["max_difference"] = ifCompared(report.maxDifference);
   row["time_of_max_difference"] = ifCompared(report.timeOfMaxDifference);
   row["rms_difference"] = ifCompared(report.rms);

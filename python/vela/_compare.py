@@ -74,12 +74,13 @@ class Comparison:
     Attributes
     ----------
     rows : list of dict
-        One for each signal of either run: "path", "outcome", "max_difference",
+        One for each signal of either run: "path", "outcome", "reason", "max_difference",
         "time_of_max_difference", "rms_difference", "rows", "failed_rows", "first_failing_time",
         "abs_tol", "rel_tol", "time_tol", "tolerance_from", "alignment", "alignment_from", and the
         IDs "baseline", "compared" and "comparison". Outcomes are "within", "outside", "missing"
         (the compared run has no such signal), "extra", "unit mismatch", "type mismatch",
-        "time mismatch" and "empty". What was not compared has None for its differences.
+        "time mismatch", "empty" and "not comparable", which alone has a reason. What was not
+        compared has None for its differences.
     verdict : str
         "within", "outside" or "nothing compared".
     run_id : int or None
@@ -141,5 +142,5 @@ def _cells(row):
 def _words(row):
     difference, at, tolerance, origin = _cells(row)
     if not difference:
-        return row["outcome"]
+        return row["outcome"] + (f": {row['reason']}" if row["reason"] else "")
     return f"{row['outcome']}, largest difference {difference} at {at}, tolerance {tolerance} ({origin})"

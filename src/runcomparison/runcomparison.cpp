@@ -60,6 +60,9 @@ void judge(const SignalPair& pair, const comparison::Sink& sink, ComparedSignal&
                                       : Outcome::empty;
     return;
   }
+  for (const SignalPtr& signal : {pair.baseline, pair.compareTo})
+    if (!Signal::isLeafSignal(signal->getObjectReference().getObjectManager(), signal->getID()))
+      refuse("Comparing", "signal " + std::to_string(signal->getID()) + " consists of parts");
   if (pair.baseline->getExtent().samples == 0 || pair.compareTo->getExtent().samples == 0) {
     result.outcome = Outcome::empty;
     result.report.status = comparison::Status::noSamples;
@@ -76,16 +79,36 @@ void judge(const SignalPair& pair, const comparison::Sink& sink, ComparedSignal&
   result.outcome = outcomeOf(result.report);
 }
 
-/// A row with everything but its outcome.
-ComparedSignal rowFor(const SignalPair& pair, const Signal& settingsFrom,
-                      const RunComparisonOptions& options) {
+ComparedSignal rowFor(const SignalPair& pair) {
   ComparedSignal row;
   row.name = pair.name;
   row.path = pair.path;
   if (pair.baseline) row.baseline = pair.baseline->getID();
   if (pair.compareTo) row.compareTo = pair.compareTo->getID();
-  applySettings(settingsFrom, options, row);
   return row;
+}
+
+/// Whether a failure lies in what one signal is or says of itself, and not in the repository.
+bool concernsOneSignal(const kodiag::Message& message) {
+  const std::string id = message.id.str();
+  return id == "nexstore:nex:InvalidSetting" || id == "nexstore:nex:InvalidData" ||
+         id == "nexstore:nex:InvalidDimensions";
+}
+
+/// Does the work that decides about a row; what makes its signals incomparable becomes its
+/// outcome.
+template <class Work>
+void decide(const SignalPair& pair, ComparedSignal& row, const Work& work) {
+  try {
+    work();
+  } catch (const kodiag::except::ExceptionWithCauses& error) {
+    const kodiag::Message& cause = error.innermost();
+    if (!concernsOneSignal(cause)) throw;
+    if (!pair.baseline || !pair.compareTo) return judge(pair, {}, row);
+    row.outcome = Outcome::notComparable;
+    row.reason = cause.text();
+    row.report = {};
+  }
 }
 
 /// Does the work for one pair; a failure names it.
@@ -112,6 +135,8 @@ class Results {
     append(*difference_, rows.times, rows.difference);
     append(*tolerance_, rows.times, rows.tolerance);
   }
+  /// After the unit of work they were written in was undone.
+  void forget() { difference_ = tolerance_ = nullptr; }
   /// Puts them in place of those the family has.
   void publish(const SignalPtr& comparison, const ComparisonFamily& family) {
     ObjectManager& manager = comparison->getObjectReference().getObjectManager();
@@ -161,23 +186,40 @@ class Results {
 };
 
 /// Compares and stores what came out below a comparison signal that has its inputs.
-void judgeAndStore(const SignalPair& pair, const SignalPtr& comparison, ComparedSignal& row) {
+void judgeAndStore(const SignalPair& pair, const Signal& settingsFrom,
+                   const SignalPtr& comparison, const RunComparisonOptions& options,
+                   ComparedSignal& row) {
   const bool isComplete = pair.baseline && pair.compareTo;
   Signal& described = pair.compareTo ? *pair.compareTo : *comparison;
   Results results(described, comparison->getName());
   const auto sink = [&results](const comparison::Rows& rows) { results.write(rows); };
-  judge(pair, isComplete ? comparison::Sink(sink) : comparison::Sink(), row);
+  decide(pair, row, [&] {
+    comparison->getObjectReference().getObjectManager().inTransaction([&] {
+      applySettings(settingsFrom, options, row);
+      judge(pair, isComplete ? comparison::Sink(sink) : comparison::Sink(), row);
+    });
+  });
+  const bool isComparable = row.outcome != Outcome::notComparable;
+  if (!isComparable) results.forget();
   results.publish(comparison, familyOf(*comparison));
   row.comparison = comparison->getID();
   comparison->setIsWithinTol(row.outcome == Outcome::within);
-  storeSettings(*comparison, row);
+  if (isComparable) storeSettings(*comparison, row);
+}
+
+/// Compares without storing anything.
+void look(const SignalPair& pair, const Signal& settingsFrom,
+          const RunComparisonOptions& options, ComparedSignal& row) {
+  decide(pair, row, [&] {
+    applySettings(settingsFrom, options, row);
+    judge(pair, {}, row);
+  });
 }
 
 ComparedSignal lookAt(const SignalPair& pair, const RunComparisonOptions& options) {
   return forPair(pair, [&] {
-    ComparedSignal row =
-        rowFor(pair, pair.baseline ? *pair.baseline : *pair.compareTo, options);
-    judge(pair, {}, row);
+    ComparedSignal row = rowFor(pair);
+    look(pair, pair.baseline ? *pair.baseline : *pair.compareTo, options, row);
     return row;
   });
 }
@@ -185,11 +227,11 @@ ComparedSignal lookAt(const SignalPair& pair, const RunComparisonOptions& option
 ComparedSignal store(const SignalPair& pair, Set& run, const RunComparisonOptions& options) {
   return forPair(pair, [&] {
     Signal& first = pair.baseline ? *pair.baseline : *pair.compareTo;
-    ComparedSignal row = rowFor(pair, first, options);
+    ComparedSignal row = rowFor(pair);
     const SignalPtr comparison = addComparison(run, first, false, kPairedBy);
     if (pair.baseline) addInput(comparison, *pair.baseline, SourceType::Baseline);
     if (pair.compareTo) addInput(comparison, *pair.compareTo, SourceType::CompareTo);
-    judgeAndStore(pair, comparison, row);
+    judgeAndStore(pair, first, comparison, options, row);
     return row;
   });
 }
@@ -209,8 +251,8 @@ SignalPair inputsOf(const Signal& comparison) {
 ComparedSignal recheck(const SignalPtr& comparison, const RunComparisonOptions& options) {
   const SignalPair pair = inputsOf(*comparison);
   return forPair(pair, [&] {
-    ComparedSignal row = rowFor(pair, *comparison, options);
-    judgeAndStore(pair, comparison, row);
+    ComparedSignal row = rowFor(pair);
+    judgeAndStore(pair, *comparison, comparison, options, row);
     return row;
   });
 }
@@ -218,9 +260,9 @@ ComparedSignal recheck(const SignalPtr& comparison, const RunComparisonOptions& 
 ComparedSignal lookAgainAt(const SignalPtr& comparison, const RunComparisonOptions& options) {
   const SignalPair pair = inputsOf(*comparison);
   return forPair(pair, [&] {
-    ComparedSignal row = rowFor(pair, *comparison, options);
+    ComparedSignal row = rowFor(pair);
     row.comparison = comparison->getID();
-    judge(pair, {}, row);
+    look(pair, *comparison, options, row);
     return row;
   });
 }
@@ -302,7 +344,7 @@ void discard(ObjectManager& manager, RunComparison& comparison) {
 std::string textOf(ComparisonOutcome outcome) {
   static const std::string texts[] = {"within",        "outside",       "missing",
                                       "extra",         "unit mismatch", "type mismatch",
-                                      "time mismatch", "empty"};
+                                      "time mismatch", "empty",         "not comparable"};
   return texts[static_cast<std::size_t>(outcome)];
 }
 

@@ -18,16 +18,17 @@ class Set;
 enum class ComparisonOutcome {
   within,
   outside,
-  missing,       ///< the compared run has no such signal
-  extra,         ///< the baseline has no such signal
-  unitMismatch,  ///< not compared
-  typeMismatch,  ///< one of the two carries no numbers, or only one is that enumeration
-  timeMismatch,  ///< no common time; or equal where both are, but one covers less time
-  empty,         ///< one of the two has no samples
+  missing,        ///< the compared run has no such signal
+  extra,          ///< the baseline has no such signal
+  unitMismatch,   ///< not compared
+  typeMismatch,   ///< one of the two carries no numbers, or only one is that enumeration
+  timeMismatch,   ///< no common time; or equal where both are, but one covers less time
+  empty,          ///< one of the two has no samples
+  notComparable,  ///< its settings or samples make no sense; `ComparedSignal::reason` says why
 };
 
 /// "within", "outside", "missing", "extra", "unit mismatch", "type mismatch", "time mismatch",
-/// "empty"
+/// "empty", "not comparable"
 std::string textOf(ComparisonOutcome outcome);
 
 /// Where an effective setting came from.
@@ -67,6 +68,7 @@ struct ComparedSignal {
   int compareTo = 0;
   int comparison = 0;  ///< the stored comparison signal; 0 when nothing was stored
   ComparisonOutcome outcome = ComparisonOutcome::empty;
+  std::string reason;  ///< why it is not comparable, UTF-8; else empty
   /// What was used; `absTol` and `relTol` come from the same place.
   comparison::Options options;
   SettingOrigin toleranceOrigin = SettingOrigin::runDefault;
@@ -95,8 +97,10 @@ struct RunComparison {
 /// port, element and bus leaf, and the names above them; of several alike the first of one
 /// with the first of the other.
 ///
-/// \throws "nexstore:nex:InvalidData" when a run is missing or a signal cannot be compared,
-///         naming it; "nexstore:nex:InvalidSetting" for bad options, before anything is read
+/// A signal that cannot be compared has that as its outcome; the others are compared.
+///
+/// \throws "nexstore:nex:InvalidData" when a run is missing;
+///         "nexstore:nex:InvalidSetting" for bad options, before anything is read
 RunComparison compareRuns(ObjectManager& manager, int baselineRun, int compareToRun,
                           const RunComparisonOptions& options);
 

@@ -221,7 +221,8 @@ constexpr const char* kLesson =
     "--no-store is given.\n\n"
     "Outcomes: within; outside; missing: only the baseline has it; extra: only the other has\n"
     "it; unit mismatch, type mismatch: not compared; time mismatch: one covers less time;\n"
-    "empty: one has no samples. Everything but within is a difference.\n"
+    "empty: one has no samples; not comparable: why stands below the table. Everything but\n"
+    "within is a difference.\n"
     "Exit codes: 0 all within, 1 different, 2 trouble, also when nothing could be compared.";
 
 }  // namespace

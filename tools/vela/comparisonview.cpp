@@ -14,8 +14,9 @@ namespace {
 using Outcome = ComparisonOutcome;
 
 constexpr std::array kOutcomes = {
-    Outcome::within,       Outcome::outside,      Outcome::missing,      Outcome::extra,
-    Outcome::unitMismatch, Outcome::typeMismatch, Outcome::timeMismatch, Outcome::empty};
+    Outcome::within,       Outcome::outside,      Outcome::missing,
+    Outcome::extra,        Outcome::unitMismatch, Outcome::typeMismatch,
+    Outcome::timeMismatch, Outcome::empty,        Outcome::notComparable};
 
 // Whole digits of a difference say nothing: it is the last digits of two numbers.
 std::string rounded(double value) {
@@ -26,6 +27,20 @@ std::string rounded(double value) {
 
 bool wasCompared(const ComparedSignal& row) {
   return row.report.rows > 0;
+}
+
+// A row without a difference that fails is one with a missing value.
+bool onlyMissingValuesDiffer(const comparison::Report& report) {
+  return report.failedRows > 0 && report.maxDifference == 0;
+}
+
+std::string largestDifference(const comparison::Report& report) {
+  return onlyMissingValuesDiffer(report) ? "NaN" : rounded(report.maxDifference);
+}
+
+std::string timeOfLargestDifference(const comparison::Report& report) {
+  return text::shortest(onlyMissingValuesDiffer(report) ? report.firstFailingTime.value_or(0)
+                                                        : report.timeOfMaxDifference);
 }
 
 std::string toleranceText(const comparison::Options& options) {
@@ -53,6 +68,7 @@ Json jsonOf(const ComparedSignal& row) {
   return {{"name", text::toUtf8(row.name)},
           {"path", text::toUtf8(row.path)},
           {"outcome", textOf(row.outcome)},
+          {"reason", row.reason.empty() ? Json() : Json(row.reason)},
           {"baseline", idOrNull(row.baseline)},
           {"compared", idOrNull(row.compareTo)},
           {"comparison", idOrNull(row.comparison)},
@@ -84,12 +100,17 @@ std::string tableOf(const ShownComparison& shown) {
   for (const ComparedSignal& row : shown.comparison.signals) {
     const bool compared = wasCompared(row);
     table.addRow({printable(text::toUtf8(row.path)), textOf(row.outcome),
-                  compared ? rounded(row.report.maxDifference) : "",
-                  compared ? text::shortest(row.report.timeOfMaxDifference) : "",
+                  compared ? largestDifference(row.report) : "",
+                  compared ? timeOfLargestDifference(row.report) : "",
                   compared ? toleranceText(row.options) : "",
                   compared ? textOf(row.toleranceOrigin) : ""});
   }
-  return table.str();
+  std::string reasons;
+  for (const ComparedSignal& row : shown.comparison.signals) {
+    if (row.outcome != Outcome::notComparable) continue;
+    reasons += printable(text::toUtf8(row.path) + ": " + row.reason) + "\n";
+  }
+  return table.str() + reasons;
 }
 
 Json jsonOf(const ShownComparison& shown) {
@@ -117,11 +138,12 @@ std::string summaryOf(const ShownComparison& shown) {
 }
 
 std::string wordsOf(const ComparedSignal& row, const std::string& axisUnit) {
+  if (row.outcome == Outcome::notComparable) return textOf(row.outcome) + ": " + row.reason;
   if (!wasCompared(row)) return textOf(row.outcome) + ", not compared";
   const comparison::Report& report = row.report;
   const std::string unit = axisUnit.empty() ? "" : " " + axisUnit;
-  std::string words = "largest difference " + rounded(report.maxDifference) + " at " +
-                      text::shortest(report.timeOfMaxDifference) + unit + ", tolerance " +
+  std::string words = "largest difference " + largestDifference(report) + " at " +
+                      timeOfLargestDifference(report) + unit + ", tolerance " +
                       toleranceText(row.options) + " (" + textOf(row.toleranceOrigin) + "), " +
                       std::to_string(report.failedRows) + " of " +
                       counted(report.rows, "value") + " outside";
