@@ -205,7 +205,8 @@ SignalPtr addComparison(Set& run, Signal& original, bool isWithinTol,
   return comparison;
 }
 
-SignalPtr addInput(const SignalPtr& comparison, Signal& original, SourceType type) {
+SignalPtr addInput(const SignalPtr& comparison, Signal& original, SourceType type,
+                   const std::wstring& name) {
   const Tree tree(original);
   const auto copyOf = [&](std::size_t place) {
     const auto mode =
@@ -216,7 +217,10 @@ SignalPtr addInput(const SignalPtr& comparison, Signal& original, SourceType typ
   };
   const SignalPtr copy = copyOf(0);
   copyParts(tree, copy, copyOf);
-  copy->setName(named({"nexstore:nex", "ComparisonSourceSignalName"}, original.getName()));
+  const std::string role = type == SourceType::Baseline ? "baseline" : "compared";
+  copy->setName(
+      text::toWide(kodiag::catalogText({"nexstore:nex", "ComparisonSourceSignalName"},
+                                       {{"SignalName", text::toUtf8(name)}, {"Role", role}})));
   copy->setParent(comparison);
   return copy;
 }
@@ -324,8 +328,10 @@ std::pair<int, std::vector<int>> Set::addComparisonSignal(bool isWithinTol,
   std::pair<int, std::vector<int>> ids;
   manager().inTransaction([&] {
     const SignalPtr comparison = addComparison(*this, baseline, isWithinTol, alignedBy);
-    const SignalPtr baselineCopy = addInput(comparison, baseline, SourceType::Baseline);
-    const SignalPtr compareToCopy = addInput(comparison, compareTo, SourceType::CompareTo);
+    const SignalPtr baselineCopy =
+        addInput(comparison, baseline, SourceType::Baseline, baseline.getName());
+    const SignalPtr compareToCopy =
+        addInput(comparison, compareTo, SourceType::CompareTo, compareTo.getName());
     const std::wstring name = comparison->getName();
     const SignalPtr differenceCopy =
         filledResult(difference, *compareToCopy, SourceType::Difference, name, manager());

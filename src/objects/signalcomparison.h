@@ -23,9 +23,11 @@ ComparisonFamily familyOf(const Signal& comparison);
 /// A comparison signal of the run, named and described like `original`, without children.
 boost::shared_ptr<Signal> addComparison(Set& run, Signal& original, bool isWithinTol,
                                         const std::wstring& alignedBy);
-/// A copy of an input, with its parts and samples, below the comparison.
+/// A copy of an input, with its parts and samples, below the comparison; its name says which of
+/// the two it is.
 boost::shared_ptr<Signal> addInput(const boost::shared_ptr<Signal>& comparison,
-                                   Signal& original, Signal::SourceType type);
+                                   Signal& original, Signal::SourceType type,
+                                   const std::wstring& name);
 /// A difference or tolerance signal without samples, described like `compareTo`; of no run yet.
 boost::shared_ptr<Signal> newResult(Signal& compareTo, Signal::SourceType type,
                                     const std::wstring& name);

@@ -52,6 +52,13 @@ std::vector<SignalPtr> leavesOf(Set& run, const std::string& pattern) {
   return leaves;
 }
 
+/// As short as tells the pairs apart.
+void labelAll(std::vector<SignalPair>& pairs) {
+  std::map<std::wstring, int> counts;
+  for (const SignalPair& pair : pairs) ++counts[pair.name];
+  for (SignalPair& pair : pairs) pair.label = counts[pair.name] == 1 ? pair.name : pair.path;
+}
+
 PlaceAndKey placeOf(const Signal& signal) {
   return {namesAbove(signal), keyOf(signal)};
 }
@@ -70,7 +77,7 @@ std::vector<SignalPair> pairLeaves(Set& baseline, Set& compareTo, const std::str
   std::map<PlaceAndKey, std::deque<std::size_t>> waiting;
   for (const SignalPtr& leaf : leavesOf(baseline, pattern)) {
     waiting[placeOf(*leaf)].push_back(pairs.size());
-    pairs.push_back({leaf, nullptr, {}, {}});
+    pairs.push_back({leaf, nullptr, {}, {}, {}});
     describe(*leaf, pairs.back());
   }
   for (const SignalPtr& leaf : leavesOf(compareTo, pattern)) {
@@ -79,10 +86,11 @@ std::vector<SignalPair> pairLeaves(Set& baseline, Set& compareTo, const std::str
       pairs[like->second.front()].compareTo = leaf;
       like->second.pop_front();
     } else {
-      pairs.push_back({nullptr, leaf, {}, {}});
+      pairs.push_back({nullptr, leaf, {}, {}, {}});
       describe(*leaf, pairs.back());
     }
   }
+  labelAll(pairs);
   return pairs;
 }
 

@@ -13,8 +13,9 @@ namespace vela {
 struct SignalPair {
   boost::shared_ptr<Signal> baseline;
   boost::shared_ptr<Signal> compareTo;
-  std::wstring name;  ///< with its subscripts where it is an element
-  std::wstring path;  ///< the names above it and its own, joined by "."
+  std::wstring name;   ///< with its subscripts where it is an element
+  std::wstring path;   ///< the names above it and its own, joined by "."
+  std::wstring label;  ///< the name, or the path where several pairs have the name
 };
 
 /// In the order of the baseline's signals, then what only the other has. Equal are leaves with

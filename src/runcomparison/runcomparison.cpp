@@ -229,8 +229,12 @@ ComparedSignal store(const SignalPair& pair, Set& run, const RunComparisonOption
     Signal& first = pair.baseline ? *pair.baseline : *pair.compareTo;
     ComparedSignal row = rowFor(pair);
     const SignalPtr comparison = addComparison(run, first, false, kPairedBy);
-    if (pair.baseline) addInput(comparison, *pair.baseline, SourceType::Baseline);
-    if (pair.compareTo) addInput(comparison, *pair.compareTo, SourceType::CompareTo);
+    comparison->setName(pair.label);
+    // The label has the subscripts.
+    comparison->setChannel({});
+    for (const auto& [input, type] : {std::pair(pair.baseline, SourceType::Baseline),
+                                      std::pair(pair.compareTo, SourceType::CompareTo)})
+      if (input) addInput(comparison, *input, type, pair.label);
     judgeAndStore(pair, first, comparison, options, row);
     return row;
   });
@@ -243,7 +247,7 @@ SignalPair inputsOf(const Signal& comparison) {
   const auto input = [&](int id) {
     return SignalPtr(id == 0 ? nullptr : Signal::getSignalFromID(manager, id).release());
   };
-  SignalPair pair{input(family.baseline), input(family.compareTo), {}, {}};
+  SignalPair pair{input(family.baseline), input(family.compareTo), {}, {}, {}};
   describe(comparison, pair);
   return pair;
 }

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "objects/classdef.h"
@@ -17,6 +18,7 @@ namespace {
 using test::raisedBy;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
 using Outcome = ComparisonOutcome;
 using SignalPtr = boost::shared_ptr<Signal>;
 
@@ -380,6 +382,27 @@ TEST_F(RunComparisonTest, ASignalThatCannotBeComparedKeepsNoOtherFromIt) {
     result = recheckRun(*manager_, result.run, {});
   }
   EXPECT_EQ(outcomes(look()), outcomes(result));
+}
+
+TEST_F(RunComparisonTest, NamesComparisonsSoThatNoTwoAreAlike) {
+  for (Set* run : {&baseline_, &compareTo_}) {
+    for (const wchar_t* name : {L"left", L"right"}) {
+      const SignalPtr parent = add(*run, name, {}, {});
+      add(*run, L"x", {0, 1}, {0, 1})->setParent(parent);
+    }
+    for (const unsigned k : {1U, 2U}) add(*run, L"m", {0, 1}, {0, 1})->setChannel({k});
+  }
+  const RunComparison result = stored();
+  std::vector<std::wstring> names;
+  boost::shared_ptr<Set> run;
+  ASSERT_TRUE(Set::lookupSet(result.run, run, *manager_));
+  for (const int id : run->getSignalIDs(Set::SignalQueryType::all))
+    names.push_back(handle(id)->getName());
+  EXPECT_THAT(names, IsSupersetOf({L"left.x", L"right.x", L"m(1)", L"m(2)", L"m(1) (baseline)",
+                                   L"m(1) (compared)", L"Difference of right.x"}));
+  std::ranges::sort(names);
+  EXPECT_EQ(std::ranges::adjacent_find(names), names.end());
+  EXPECT_EQ(recheckRun(*manager_, result.run, {}).signals[2].name, L"m(1)");
 }
 
 TEST_F(RunComparisonTest, StoresNothingWhenSomethingIsWrong) {
