@@ -81,7 +81,7 @@ def test_complex_results_have_two_parts_on_a_frequency_axis(vela, tmp_path):
                    capture_output=True, timeout=60)
     vela("import", "ac.raw", "--into", "lab.dmr")
     table = rows(vela("cat", "v(out)", "-r", "lab.dmr").stdout)
-    assert table[0] == ["frequency [Hz]", "v(out) (real) [V]", "v(out) (imag) [V]"]
+    assert table[0] == ["frequency [Hz]", "v(out) (real) [V]", "v(out) (imaginary) [V]"]
     for frequency, real, imaginary in table[1:]:
         exact = 1 / (1 + 2j * math.pi * float(frequency) * 1e-4)
         assert complex(float(real), float(imaginary)) == pytest.approx(exact, rel=1e-9)

@@ -4,6 +4,7 @@
 
 #include "objects/datatypes.h"
 #include "objects/strings.h"
+#include "signalcreationutil.h"
 #include "text/utf8.h"
 #include "tools/vela/runview.h"
 
@@ -152,11 +153,12 @@ Recorder::StoredSignal Recorder::storeSignal(const formats::SignalInfo& info,
     stored.whole->setComplexity(complexity::complex);
     const auto parent = boost::shared_ptr<Signal>(
         Signal::getSignalFromID(manager_, stored.whole->getID()).release());
-    stored.real = newSignal(info.name + " (real)", info, run);
+    stored.real = newSignal(info.name, info, run);
     stored.real->setParent(parent);
-    stored.imaginary = newSignal(info.name + " (imag)", info, run);
+    stored.imaginary = newSignal(info.name, info, run);
     stored.imaginary->setParent(parent);
     stored.imaginary->markAsImagPart();
+    SignalCreationUtil::nameParts(*stored.whole);
   }
   run_->addElement(*stored.whole);
   return stored;
