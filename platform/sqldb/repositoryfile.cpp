@@ -170,7 +170,18 @@ std::optional<FileIdentity> fileIdentity(const std::string& path) {
   return FileIdentity{status.st_dev, status.st_ino};
 }
 
+std::string repositoryBeside(const std::string& path) {
+  for (const std::string_view suffix :
+       {kLogSuffix, kIndexSuffix, kJournalSuffix, kLockSuffix}) {
+    if (path.ends_with(suffix)) return path.substr(0, path.size() - suffix.size());
+  }
+  return {};
+}
+
 Finding inspectFile(const std::string& path, std::int32_t applicationId) {
+  if (!repositoryBeside(path).empty()) {
+    return {FileKind::foreign, "its name is that of a file beside another repository"};
+  }
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) {
     if (errno == ENOENT) return {FileKind::absent, {}};

@@ -23,6 +23,10 @@ inline constexpr const char* kIndexSuffix = "-shm";
 inline constexpr const char* kJournalSuffix = "-journal";
 inline constexpr const char* kLockSuffix = "-lock";
 
+/// Of a name that a file beside a repository has, that repository's; else nothing. No
+/// repository may have such a name: the engine would take it for the other's log or journal.
+std::string repositoryBeside(const std::string& path);
+
 /// The absolute path with links in its folders resolved; a link in the last place stays as it
 /// is.
 std::string resolvedPath(const std::string& location);

@@ -34,14 +34,6 @@ bool hasSideFile(const std::string& path) {
   });
 }
 
-/// Of a name that a file beside a repository has, the repository's; else nothing.
-std::string repositoryBeside(const std::string& path) {
-  for (const std::string_view suffix : kSideSuffixes) {
-    if (path.ends_with(suffix)) return path.substr(0, path.size() - suffix.size());
-  }
-  return {};
-}
-
 /// A header may be damaged, so that a name and what stands beside it count as well.
 bool looksLikeARepository(const std::string& path) {
   if (hasSideFile(path)) return true;
@@ -62,7 +54,7 @@ std::string whyNotToWrite(const std::string& path) try {
     return std::generic_category().message(errno);
   }
   if (looksLikeARepository(path)) return "it is a repository or another database";
-  const std::string repository = repositoryBeside(path);
+  const std::string repository = sqldb::repositoryBeside(path);
   if (repository.ends_with(kRepositoryExtension) ||
       (!repository.empty() && looksLikeARepository(repository))) {
     return "a file of that name belongs to the repository \"" + repository + "\"";

@@ -122,6 +122,10 @@ TEST_F(OpeningTest, IdentifiesAFileWithoutATrace) {
   EXPECT_EQ(Database::identify(path(), kTestApplication), FileKind::absent);
   writeBytes(path("empty"), "");
   EXPECT_EQ(Database::identify(path("empty"), kTestApplication), FileKind::absent);
+  // The engine would take what is made there for the other's journal, and delete it.
+  for (const char* name : {"x-journal", "x-wal", "x-shm", "x-lock"}) {
+    EXPECT_EQ(Database::identify(path(name), kTestApplication), FileKind::foreign);
+  }
   leaveKilledWriter(path(), kTestApplication);
   const auto before = snapshot();
   EXPECT_EQ(Database::identify(path(), kTestApplication), FileKind::ours);
