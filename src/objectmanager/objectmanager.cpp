@@ -114,6 +114,10 @@ void ObjectManager::setInstanceID(unsigned long long id) {
   impl_->setInstanceID(static_cast<long long>(id));
 }
 
+void ObjectManager::actForInstance(long long id) {
+  impl_->actForInstance(id);
+}
+
 void ObjectManager::setIsRapidAccelProcess() {
   impl_->setInstanceID(RACCEL_INSTANCE_ID);
 }
@@ -130,6 +134,11 @@ void ObjectManager::ensureInstanceRecords() {
 void ObjectManager::closeDeadInstances() {
   requireOpen(*this);
   instancerecords::closeDead(*this);
+}
+
+bool ObjectManager::isInstanceAlive(long long id) {
+  requireOpen(*this);
+  return id == getInstanceID() || impl_->repository().getDB()->isInstanceAlive(id);
 }
 
 std::unique_ptr<ObjectRef> ObjectManager::createObject(const std::string& className,

@@ -99,14 +99,19 @@ class ObjectManager {
   void setInstanceClosed();
   long long getInstanceID() const;
   void setInstanceID(unsigned long long id);
+  /// Looks and writes under that ID from now on without entering the instance: its records stay
+  /// as they are, and nobody takes it for living because of this manager.
+  void actForInstance(long long id);
   void setIsRapidAccelProcess();
   bool getIsRapidAccelProcess() const;
   /// Makes sure this instance has its row in the instance table and its run-order record; needs
   /// an open repository and an ID other than 0. Done by initializeObjectManager.
   void ensureInstanceRecords();
   /// Marks the rows of instances whose process is gone closed. Never takes a living one for
-  /// dead. Done by initializeObjectManager.
+  /// dead. Done by initializeObjectManager when this instance has an ID other than 0.
   void closeDeadInstances();
+  /// Whether this is that instance or a process has it open.
+  bool isInstanceAlive(long long id);
 
   /// \returns the new object, or nothing when `returnRef` is false
   std::unique_ptr<ObjectRef> createObject(const std::string& className, bool returnRef);

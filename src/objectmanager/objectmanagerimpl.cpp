@@ -99,8 +99,10 @@ void ObjectManagerImpl::preparePackage(const std::string& packageName) {
 }
 
 void ObjectManagerImpl::recordInstance() {
+  // Who is no instance only looks.
+  if (instanceID_ == 0) return;
   try {
-    if (instanceID_ != 0) instancerecords::ensure(owner_);
+    instancerecords::ensure(owner_);
     instancerecords::closeDead(owner_);
   } catch (const kodiag::except::ExceptionWithCauses& exception) {
     openingNotices_.append(diagnostics(exception));
@@ -143,6 +145,11 @@ void ObjectManagerImpl::setInstanceID(long long id) {
   if (former == id || !repository_.isOpen()) return;
   instancerecords::abandon(owner_, former);
   if (id != 0) instancerecords::ensure(owner_);
+}
+
+void ObjectManagerImpl::actForInstance(long long id) {
+  RepositoryGuard lock(repositoryLock());
+  instanceID_ = id;
 }
 
 kodd::PackageRef ObjectManagerImpl::packageAndClass(const std::string& qualifiedName,

@@ -37,6 +37,7 @@ class ObjectManagerImpl {
 
   long long instanceID() const { return instanceID_; }
   void setInstanceID(long long id);
+  void actForInstance(long long id);
 
   kodd::PackageRef packageAndClass(const std::string& qualifiedName, std::string& className);
   kodd::ClassRef classNamed(const std::string& qualifiedName);

@@ -272,7 +272,8 @@ class Set : public ORM {
   static int undoOverwrite(ObjectManager& manager);
 
   // --- Runs of other instances. An instance is one process's use of the repository. Whoever
-  // asks first marks the instances of dead processes closed; a living one never counts as dead.
+  // asks first for the closed ones marks those of dead processes closed; a living one never
+  // counts as dead. Listing them marks nothing.
 
   struct Instance {
     enum class State {

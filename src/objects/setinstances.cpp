@@ -38,7 +38,8 @@ std::vector<Instance> recordedInstances(ObjectManager& manager) {
   raising([&](kodiag::util::diagnostics& diag) {
     kodd::ResultIterator rows = query->execute(diag);
     while (diag.empty() && rows.getNextResult(diag)) {
-      row.state = Instance::State::alive;
+      row.state =
+          manager.isInstanceAlive(row.id) ? Instance::State::alive : Instance::State::crashed;
       if (isClosed != 0) row.state = Instance::State::closed;
       if (hasCrashed != 0) row.state = Instance::State::crashed;
       if (!keepsRow(row.id)) row.state = Instance::State::untracked;
@@ -142,7 +143,6 @@ std::uint64_t blobBytesOfRuns(ObjectManager& manager, const std::vector<int>& id
 }  // namespace
 
 std::vector<Set::Instance> Set::getInstances(ObjectManager& manager) {
-  manager.closeDeadInstances();
   std::vector<Instance> instances;
   manager.inReadUnit([&] {
     instances = recordedInstances(manager);

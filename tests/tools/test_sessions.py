@@ -18,6 +18,18 @@ def test_runs_of_ended_sessions_are_adopted_in_their_order(vela, drive):
     assert "is whole" in vela("check").stdout
 
 
+def test_looking_changes_no_session(vela, drive):
+    vela("import", drive, "--run", "first")
+    vela("import", drive, "--run", "second")
+    before = vela("sessions").stdout
+    for words in (["ls"], ["ls", "first"], ["info"], ["cat", "gear", "--run", "first"], ["du"], ["check"], ["sessions"],
+                  ["save", "all.dat"], ["rm", "--purge", "--yes"]):
+        vela(*words)
+        assert vela("sessions").stdout == before, words
+    vela("undo-overwrite", status=2)
+    assert states(vela) == [("closed", ["first"]), ("closed", ["second"])]
+
+
 def test_discarding_wants_a_word_and_leaves_nothing(vela, drive):
     vela("import", drive)
     assert "--yes" in vela("discard", status=2).stderr

@@ -26,11 +26,11 @@ bool isAlive(const Set::Instance& session) {
 
 ActingFor::ActingFor(ObjectManager& manager, long long session)
     : manager_(manager), before_(manager.getInstanceID()) {
-  manager_.setInstanceID(static_cast<unsigned long long>(session));
+  manager_.actForInstance(session);
 }
 
 ActingFor::~ActingFor() {
-  manager_.setInstanceID(static_cast<unsigned long long>(before_));
+  manager_.actForInstance(before_);
 }
 
 }  // namespace vela::tool

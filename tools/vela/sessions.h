@@ -15,7 +15,8 @@ std::string sessionLabel(const Set::Instance& session);
 std::string stateText(Set::Instance::State state);
 bool isAlive(const Set::Instance& session);
 
-/// Makes a manager that the command owns act for a session until the end of the scope.
+/// Makes a manager act for a session until the end of the scope; the session stays as it was,
+/// ended or alive.
 class ActingFor {
  public:
   ActingFor(ObjectManager& manager, long long session);
