@@ -90,6 +90,36 @@ def test_a_failing_import_leaves_nothing(vela, drive, tmp_path):
     assert not (tmp_path / "fresh.dmr").exists()
 
 
+@pytest.mark.parametrize("verb", ["ls", "ls --json", "info", "cat speed", "cat speed --json", "du", "sessions", "check",
+                                  "check --json", "compare 1 1 --no-store", "save a.dat --json", "completion bash",
+                                  "import drive.csv", "--version", "cat --help"])
+def test_output_that_nobody_takes_is_a_failure(vela, drive, verb):
+    vela("import", drive, "--into", "lab.dmr")
+    vela.environment["VELA_REPOSITORY"] = "lab.dmr"
+    for target in (">/dev/full", ">&-"):
+        done = subprocess.run(["bash", "-c", f"$0 {verb} {target}", os.environ["VELA"]], cwd=vela.folder,
+                              env=vela.environment, capture_output=True, text=True, timeout=60)
+        assert done.returncode == 2 and "standard output" in done.stderr, target
+    vela("check")
+
+
+def test_no_file_is_opened_in_place_of_a_closed_stream(vela, drive):
+    vela("import", drive, "--into", "lab.dmr")
+    for closed in ("2>&-", ">&- 2>&-", "<&- >&- 2>&-"):
+        subprocess.run(["bash", "-c", f"$0 import drive.csv --into lab.dmr {closed}; $0 rm 99 --yes -r lab.dmr {closed}",
+                        os.environ["VELA"]], cwd=vela.folder, env=vela.environment, timeout=60)
+    for path in vela.folder.glob("lab.dmr*"):
+        assert b"vela:" not in path.read_bytes() and b"imported" not in path.read_bytes()
+    vela("check", "-r", "lab.dmr")
+
+
+def test_a_repository_without_its_folder_fails_at_once(vela, drive):
+    for place in ("nodir/x.dmr", "drive.csv/x.dmr"):
+        start = time.monotonic()
+        assert f'"{place}"' in vela("import", drive, "--into", place, status=2).stderr
+        assert time.monotonic() - start < 3
+
+
 def test_exit_codes_tell_how_it_ended(vela, drive, tmp_path):
     (tmp_path / "ragged.csv").write_text("time,a\n0,1\n1\n2,3\n")
     done = vela("import", "ragged.csv", "--into", "lab.dmr", status=3)

@@ -11,7 +11,7 @@ namespace vela::tool {
 enum ExitCode : int {
   kDone = 0,
   kDifferent = 1,      ///< compared, and outside the tolerances
-  kFailed = 2,         ///< usage or operation failed, nothing was changed
+  kFailed = 2,         ///< failed and nothing was changed; or not all of the output was taken
   kLoss = 3,           ///< done, but something in the input could not be read
   kInterrupted = 130,  ///< stopped by Ctrl-C, nothing was changed
 };

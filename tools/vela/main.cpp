@@ -8,6 +8,7 @@
 #include "kodiag/diagnostics.h"
 #include "tools/vela/context.h"
 #include "tools/vela/interruption.h"
+#include "tools/vela/standardstreams.h"
 #include "tools/vela/statementreport.h"
 #include "tools/vela/terminal.h"
 #include "tools/vela/version.h"
@@ -25,8 +26,9 @@ constexpr const char* kIntroduction =
     "Without --repository (or VELA_REPOSITORY) it works on your shared repository.";
 
 constexpr const char* kExitCodes =
-    "Exit codes: 0 done, 1 compared and different, 2 usage or operation failed,\n"
-    "3 done but something in the input could not be read, 130 stopped by Ctrl-C.\n"
+    "Exit codes: 0 done, 1 compared and different, 2 usage or operation failed, or not all of\n"
+    "the output was taken, 3 done but something in the input could not be read, 130 stopped by\n"
+    "Ctrl-C.\n"
     "Data goes to standard output, words and progress to standard error; NO_COLOR is honoured.";
 
 ExitCode run(int argc, char** argv) {
@@ -74,12 +76,7 @@ ExitCode failWith(const std::string& words) {
   return wasInterrupted() ? kInterrupted : kFailed;
 }
 
-}  // namespace
-}  // namespace vela::tool
-
-int main(int argc, char** argv) {
-  using namespace vela::tool;
-  stopOnInterrupt();
+ExitCode runOrComplain(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const kodiag::except::ExceptionWithCauses& error) {
@@ -87,4 +84,15 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     return failWith(error.what());
   }
+}
+
+}  // namespace
+}  // namespace vela::tool
+
+int main(int argc, char** argv) {
+  using namespace vela::tool;
+  holdStandardStreams();
+  stopOnInterrupt();
+  const ExitCode code = runOrComplain(argc, argv);
+  return finishOutput() ? code : kFailed;
 }

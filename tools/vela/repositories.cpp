@@ -1,6 +1,10 @@
 #include "tools/vela/repositories.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <filesystem>
+#include <system_error>
 
 #include "kodiag/message.h"
 #include "text/utf8.h"
@@ -38,9 +42,22 @@ void requireFile(const std::wstring& location) {
   }
 }
 
+// The store would wait for a folder to appear, as it waits for whatever else keeps it from
+// opening.
+void requirePlaceFor(const std::wstring& location) {
+  const std::string path = text::toUtf8(location);
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  if (folder.empty() || access(path.c_str(), F_OK) == 0) return;
+  if (access((folder / ".").c_str(), W_OK | X_OK) == 0) return;
+  const std::string reason =
+      "folder \"" + folder.string() + "\": " + std::generic_category().message(errno);
+  kodiag::raise({"VELA:vela", "CannotWriteFile"}, {{"File", path}, {"Reason", reason}});
+}
+
 // A manager of its own keeps instance ID 0: it sees the runs of every session and enters no row
 // of its own in the instance table.
 std::unique_ptr<ObjectManager> opened(const std::wstring& location) {
+  requirePlaceFor(location);
   refuseWhatIsNoRepository(location);
   auto manager = std::make_unique<ObjectManager>(location);
   manager->initializeObjectManager({}, {});
