@@ -64,7 +64,7 @@ void letGo(Object* self) {
   std::shared_ptr<COSObject> last = std::move(self->held);
   if (!last) return;
   objects().alive.erase(last.get());
-  withoutLock([&] { last.reset(); });
+  withoutLockToTheEnd([&] { last.reset(); });
 }
 
 void hold(PyObject* self, std::shared_ptr<COSObject> object) {
@@ -124,7 +124,7 @@ void close(const std::shared_ptr<COSObject>& object, std::mutex& closing) {
 PyObject* close(PyObject* self, PyObject*) {
   return translating<PyObject*>(nullptr, [&] {
     const std::shared_ptr<COSObject> object = asObject(self)->held;
-    if (object) withoutLock([&] { close(object, asObject(self)->closing); });
+    if (object) withoutLockToTheEnd([&] { close(object, asObject(self)->closing); });
     return Py_NewRef(Py_None);
   });
 }

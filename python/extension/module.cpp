@@ -18,6 +18,7 @@
 #include "progress.h"
 #include "pythonapi.h"
 #include "scripting/module.h"
+#include "signalhandling.h"
 #include "signals.h"
 #include "streaming.h"
 #include "toarray.h"
@@ -37,7 +38,7 @@ void importNumpy() {
 void terminate() {
   const auto done = std::make_shared<std::promise<void>>();
   std::future<void> ended = done->get_future();
-  withoutLock([&] {
+  withoutLockToTheEnd([&] {
     std::thread([done] {
       closeAllObjects();
       QueryOBFcnTable_nexstore()->terminate();
@@ -124,6 +125,7 @@ int load(PyObject* self) {
     initializeMethodType();
     registerBuiltInFunctions();
     registerProgressTrackers();
+    handleSignalsDuringCalls();
     QueryOBFcnTable_nexstore()->initialize();
     addClasses(module);
     addFunctions(module);

@@ -18,6 +18,8 @@
 #include <memory>
 #include <utility>
 
+#include "host/interrupt.h"
+
 namespace vela::python {
 
 namespace py = pybind11;
@@ -51,20 +53,42 @@ class LockHolder {
 namespace detail {
 PyThreadState* releaseLock();
 void retakeLock(PyThreadState* thread);
-}  // namespace detail
+/// \throws RuntimeError in a signal handler that runs in the middle of another call
+void refuseInSignalHandler();
+/// Throws what a signal handler has raised since the lock was released. With the lock.
+void raiseFromSignalHandler();
 
-/// Calls `function` without the lock; what it throws comes out with the lock held again.
+/// What `function` throws, called without the lock; null when it returns.
 template <class Function>
-void withoutLock(Function&& function) {
+std::exception_ptr failureWithoutLock(Function& function) {
   std::exception_ptr failure;
-  PyThreadState* const thread = detail::releaseLock();
+  PyThreadState* const thread = releaseLock();
   try {
     function();
   } catch (...) {
     failure = std::current_exception();
   }
-  detail::retakeLock(thread);
-  if (failure) std::rethrow_exception(std::move(failure));
+  retakeLock(thread);
+  return failure;
+}
+}  // namespace detail
+
+/// Calls `function` without the lock; what it throws comes out with the lock held again. Where
+/// a signal handler raises meanwhile, the function is stopped and that exception comes out.
+template <class Function>
+void withoutLock(Function&& function) {
+  detail::refuseInSignalHandler();
+  const std::exception_ptr failure = detail::failureWithoutLock(function);
+  detail::raiseFromSignalHandler();
+  if (failure) std::rethrow_exception(failure);
+}
+
+/// The same for what must not stop half-way: signals wait until it is done.
+template <class Function>
+void withoutLockToTheEnd(Function&& function) {
+  const host::Uninterruptible whole;
+  const std::exception_ptr failure = detail::failureWithoutLock(function);
+  if (failure) std::rethrow_exception(failure);
 }
 
 /// A reference that may be dropped in any thread, with or without the lock.
