@@ -143,7 +143,8 @@ class Signal : public Element, public SignalEnums {
   void remove();
   /// The same, collected until commitBulkRemove; without a bracket at once.
   void bulkRemove();
-  /// Brackets may nest; the outermost commit deletes.
+  /// Brackets may nest; the outermost commit deletes. A unit of work that fails closes those
+  /// that were opened in it.
   static void beginBulkRemove(ObjectManager& manager);
   static void commitBulkRemove(ObjectManager& manager);
 
