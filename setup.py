@@ -38,6 +38,8 @@ class CMakeBuild(build_ext):
         library = min((stage / "lib").glob("libnexstore.so.*"), key=lambda path: len(path.name))
         (package / "lib").mkdir(parents=True, exist_ok=True)
         shutil.copy(os.path.realpath(library), package / "lib" / library.name)
+        # The library looks for the program that reads data files beside itself.
+        shutil.copy(stage / "lib" / "vela-filereader", package / "lib")
 
 
 setuptools.setup(

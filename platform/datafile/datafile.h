@@ -71,11 +71,14 @@ class DataFileWriter::Variable {
   std::unique_ptr<Impl> impl_;
 };
 
-/// Reads a data file.
+/// Reads a data file, which a stranger may have made: what looks into it is a process of its
+/// own, started for the reader's lifetime.
 ///
 /// Errors: "datafile:file:CannotRead" when there is no such file, it is none of this kind or
-/// not as it was written, "Damaged" when a variable holds no array, "NoSuchVariable"; each
-/// names the file. Threads: as DataFileWriter.
+/// not as it was written, "Invalid" when there is something else in it than variables, or the
+/// reading process dies of it or is late, "Damaged" when a variable holds no array,
+/// "NoSuchVariable"; each names the file. Threads: one reader is used by one thread, which must
+/// not end before it.
 class DataFileReader {
  public:
   class Variable;
@@ -90,6 +93,12 @@ class DataFileReader {
   bool has(const std::string& name) const;
   /// The variables whose names start so, in the order of the names' bytes.
   std::vector<std::string> names(std::string_view start = {}) const;
+  enum class Extent {
+    beginning,  ///< 32 kB at most
+    all,
+  };
+  /// Variables that will be read next, in this order, and how far: they then come faster.
+  void expect(std::span<const std::string> names, Extent extent) const;
   host::HostArray get(const std::string& name) const;
 
  private:

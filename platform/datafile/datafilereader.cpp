@@ -1,123 +1,108 @@
 #include <fcntl.h>
-#include <hdf5.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 #include <optional>
+#include <utility>
 
+#include "datafile/beginnings.h"
 #include "datafile/datafile.h"
-#include "datafile/filedriver.h"
-#include "datafile/seal.h"
+#include "datafile/readfailure.h"
+#include "datafile/remotecontents.h"
 #include "host/arraycodec.h"
+#include "host/interrupt.h"
 #include "kodiag/diagnostics.h"
 #include "kodiag/message.h"
 
 namespace datafile {
 namespace {
 
-/// Bytes that are read ahead of what is asked for; as much and more is read to where it
-/// belongs.
-constexpr std::size_t kStepBytes = std::size_t{32} << 10;
+/// What follows the beginning of a variable comes in pieces, each requested while the one
+/// before it is taken apart.
+constexpr std::uint64_t kPieceBytes = std::uint64_t{1} << 20;
 
-herr_t collectName(hid_t, const char* name, const H5L_info_t* link, void* names) {
-  // A link that leads elsewhere is none of ours.
-  if (link->type != H5L_TYPE_HARD) return -1;
-  static_cast<std::vector<std::string>*>(names)->emplace_back(name);
-  return 0;
+/// What is read of a variable whose end is not needed.
+constexpr std::uint64_t kBeginningBytes = std::uint64_t{32} << 10;
+
+static_assert(kPieceBytes <= kMostRequestBytes);
+
+struct NamedFile {
+  Descriptor descriptor;
+  std::uint64_t bytes;
+};
+
+/// Names a regular file without opening it: to close an open one frees the locks that this
+/// process has on it when it is a repository.
+NamedFile nameFile(const std::string& path) {
+  const auto refuse = [](const char* reason) {
+    throw ReadFailure(ReadFailure::Kind::unreadable, reason);
+  };
+  if (path.find('\0') != std::string::npos) refuse("its name holds a zero character");
+  Descriptor file(open(path.c_str(), O_PATH | O_CLOEXEC));
+  struct stat status {};
+  if (file < 0 || fstat(file, &status) != 0) refuse(std::strerror(errno));
+  if (!S_ISREG(status.st_mode)) refuse("it is no regular file");
+  return {std::move(file), static_cast<std::uint64_t>(status.st_size)};
 }
 
-/// The number of bytes of a dataset that is made as ours are: bytes of this very file, as they
-/// are, in one dimension, all of them there. Nothing for any other.
-std::optional<std::uint64_t> byteCountOf(Id dataset, std::uint64_t fileBytes) {
-  const Handle type(H5Dget_type(dataset), H5Tclose);
-  const Handle space(H5Dget_space(dataset), H5Sclose);
-  const Handle properties(H5Dget_create_plist(dataset), H5Pclose);
-  const H5D_layout_t layout = H5Pget_layout(properties);
-  hsize_t size = 0;
-  if (H5Tget_class(type) != H5T_INTEGER || H5Tget_size(type) != 1 ||
-      H5Sget_simple_extent_ndims(space) != 1 ||
-      H5Sget_simple_extent_dims(space, &size, nullptr) != 1 ||
-      (layout != H5D_CONTIGUOUS && layout != H5D_CHUNKED && layout != H5D_COMPACT) ||
-      H5Pget_external_count(properties) != 0 || H5Pget_nfilters(properties) != 0 ||
-      size > fileBytes || H5Dget_storage_size(dataset) < size) {
-    return std::nullopt;
-  }
-  return size;
+RemoteContents readContents(const std::string& path) {
+  const NamedFile file = nameFile(path);
+  return {file.descriptor, file.bytes};
+}
+
+[[noreturn]] void raise(const std::string& path, const ReadFailure& failure) {
+  const bool isUnreadable = failure.kind() == ReadFailure::Kind::unreadable;
+  kodiag::raise({"datafile:file", isUnreadable ? "CannotRead" : "Invalid"},
+                {{"Location", path}, {"Reason", failure.what()}});
 }
 
 }  // namespace
 
 struct DataFileReader::Impl {
   std::string path;
-  DiskFile disk;
-  std::uint64_t fileBytes = 0;
-  Handle file;
+  RemoteContents contents;
+  Beginnings beginnings{contents};
+  std::vector<std::uint32_t> byName;  ///< variables in the order of their names
 
-  explicit Impl(const std::string& name) : path(name) {
-    disk.descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (disk.descriptor < 0) raise("CannotRead", std::strerror(errno));
-    try {
-      checkKind();
-      attempt("CannotRead", [&] { openLibraryFile(); });
-    } catch (...) {
-      closeAll();
-      throw;
-    }
+  explicit Impl(const std::string& name) try : path(name), contents(readContents(name)) {
+    byName.resize(contents.variables().size());
+    std::iota(byName.begin(), byName.end(), 0U);
+    std::ranges::sort(byName, {}, [&](std::uint32_t variable) { return nameOf(variable); });
+  } catch (const ReadFailure& failure) {
+    raise(name, failure);
   }
-  ~Impl() { closeAll(); }
 
-  [[noreturn]] void raise(const char* key, const std::string& reason) const {
-    kodiag::raise({"datafile:file", key}, {{"Location", path}, {"Reason", reason}});
-  }
   [[noreturn]] void raiseDamaged(const std::string& name, const std::string& reason) const {
     kodiag::raise({"datafile:file", "Damaged"},
                   {{"Location", path}, {"Variable", name}, {"Reason", reason}});
   }
 
-  template <class Calls>
-  void attempt(const char* key, Calls&& calls) const {
-    const LibraryGuard guard;
+  /// Calls a function that may meet a ReadFailure.
+  template <class Function>
+  auto attempt(Function&& function) const {
     try {
-      calls();
-    } catch (const LibraryError& error) {
-      raise(key, error.what());
+      return function();
+    } catch (const ReadFailure& failure) {
+      raise(path, failure);
     }
   }
 
-  void checkKind() {
-    struct stat status {};
-    if (fstat(disk.descriptor, &status) != 0) raise("CannotRead", std::strerror(errno));
-    if (!S_ISREG(status.st_mode)) raise("CannotRead", "it is no regular file");
-    fileBytes = static_cast<std::uint64_t>(status.st_size);
-    const std::string broken = brokenSeal(disk.descriptor);
-    if (!broken.empty()) raise("CannotRead", broken);
+  std::string_view nameOf(std::uint32_t variable) const {
+    return contents.variables()[variable].name;
   }
 
-  void openLibraryFile() {
-    const Handle access = accessThrough(disk);
-    file = Handle(H5Fopen(path.c_str(), H5F_ACC_RDONLY, access), H5Fclose);
+  /// The first of the variables whose names do not come before `name`.
+  auto firstFrom(std::string_view name) const {
+    return std::ranges::lower_bound(byName, name, {},
+                                    [&](std::uint32_t variable) { return nameOf(variable); });
   }
-
-  void closeAll() noexcept {
-    if (file.isOpen()) {
-      const LibraryGuard guard;
-      file.close();
-    }
-    if (disk.descriptor >= 0) close(disk.descriptor);
-  }
-
-  bool isDataset(const std::string& name) const {
-    H5L_info_t link;
-    if (name.empty() || name.find('/') != std::string::npos) return false;
-    if (checked(H5Lexists(file, name.c_str(), H5P_DEFAULT)) == 0) return false;
-    checked(H5Lget_info(file, name.c_str(), &link, H5P_DEFAULT));
-    if (link.type != H5L_TYPE_HARD) return false;
-    H5O_info_t object;
-    checked(H5Oget_info_by_name2(file, name.c_str(), &object, H5O_INFO_BASIC, H5P_DEFAULT));
-    return object.type == H5O_TYPE_DATASET;
+  std::optional<std::uint32_t> find(std::string_view name) const {
+    const auto place = firstFrom(name);
+    if (place == byName.end() || nameOf(*place) != name) return std::nullopt;
+    return *place;
   }
 };
 
@@ -130,19 +115,26 @@ const std::string& DataFileReader::path() const {
 }
 
 bool DataFileReader::has(const std::string& name) const {
-  bool found = false;
-  impl_->attempt("CannotRead", [&] { found = impl_->isDataset(name); });
-  return found;
+  return impl_->find(name).has_value();
 }
 
 std::vector<std::string> DataFileReader::names(std::string_view start) const {
   std::vector<std::string> names;
-  impl_->attempt("CannotRead", [&] {
-    checked(H5Literate(impl_->file, H5_INDEX_NAME, H5_ITER_INC, nullptr, collectName, &names));
-  });
-  std::erase_if(names, [&](const std::string& name) { return !name.starts_with(start); });
-  std::ranges::sort(names);
+  for (auto place = impl_->firstFrom(start);
+       place != impl_->byName.end() && impl_->nameOf(*place).starts_with(start); ++place) {
+    names.emplace_back(impl_->nameOf(*place));
+  }
   return names;
+}
+
+void DataFileReader::expect(std::span<const std::string> names, Extent extent) const {
+  std::vector<std::uint32_t> variables;
+  for (const std::string& name : names) {
+    const std::optional<std::uint32_t> variable = impl_->find(name);
+    if (variable) variables.push_back(*variable);
+  }
+  impl_->beginnings.expect(std::move(variables),
+                           extent == Extent::all ? kPieceBytes : kBeginningBytes);
 }
 
 host::HostArray DataFileReader::get(const std::string& name) const {
@@ -152,41 +144,42 @@ host::HostArray DataFileReader::get(const std::string& name) const {
   return array;
 }
 
-/// The bytes of a variable, read ahead in steps.
+/// The bytes of a variable, one part of them at hand.
 struct DataFileReader::Variable::Impl final : host::ByteSource {
-  const DataFileReader::Impl& reader;
+  DataFileReader::Impl& reader;
   std::string name;
-  Handle dataset;
-  std::uint64_t end = 0;  ///< of the array; its checksum follows
+  std::uint32_t variable = 0;
+  std::uint64_t end = 0;
   std::uint64_t handedOut = 0;
-  std::uint64_t loaded = 0;  ///< bytes of the dataset read so far
-  std::vector<char> ahead;   ///< the last of them
-  std::size_t aheadTaken = 0;
+  std::uint64_t requested = 0;
+  Part part;
+  std::size_t partTaken = 0;
+  std::shared_ptr<RemoteContents::Delivery> coming;
   host::ArrayDecoder decoder{*this};
 
-  Impl(const DataFileReader::Impl& owner, std::string variableName)
+  Impl(DataFileReader::Impl& owner, std::string variableName)
       : reader(owner), name(std::move(variableName)) {
-    attempt([&] { openDataset(); });
-  }
-  ~Impl() override {
-    const LibraryGuard guard;
-    dataset.close();
+    const std::optional<std::uint32_t> found = reader.find(name);
+    if (!found) {
+      kodiag::raise({"datafile:file", "NoSuchVariable"},
+                    {{"Location", reader.path}, {"Variable", name}});
+    }
+    variable = *found;
+    end = reader.contents.variables()[variable].bytes;
+    takeBeginning();
   }
 
   std::uint64_t left() const override { return end - handedOut; }
 
   void take(void* into, std::size_t count) override {
-    takeRaw(static_cast<char*>(into), count);
     handedOut += count;
-  }
-
-  template <class Calls>
-  void attempt(Calls&& calls) {
-    const LibraryGuard guard;
-    try {
-      calls();
-    } catch (const LibraryError& error) {
-      reader.raiseDamaged(name, error.what());
+    for (auto* place = static_cast<char*>(into); count > 0;) {
+      if (partTaken == part.bytes.size()) takeNextPart();
+      const std::size_t step = std::min(count, part.bytes.size() - partTaken);
+      std::memcpy(place, part.bytes.data() + partTaken, step);
+      partTaken += step;
+      place += step;
+      count -= step;
     }
   }
 
@@ -196,49 +189,36 @@ struct DataFileReader::Variable::Impl final : host::ByteSource {
     try {
       return step();
     } catch (const kodiag::except::ExceptionWithCauses& error) {
-      if (error.message().id.component == "datafile:file") throw;
+      const bool isDamage = error.message().id.component != "datafile:file";
+      if (!isDamage || host::isInterruption(error)) throw;
       reader.raiseDamaged(name, error.message().text());
     }
   }
 
-  void openDataset() {
-    if (!reader.isDataset(name)) {
-      kodiag::raise({"datafile:file", "NoSuchVariable"},
-                    {{"Location", reader.path}, {"Variable", name}});
-    }
-    dataset = Handle(H5Dopen2(reader.file, name.c_str(), H5P_DEFAULT), H5Dclose);
-    const std::optional<std::uint64_t> size = byteCountOf(dataset, reader.fileBytes);
-    if (!size) throw LibraryError("it is no variable of ours");
-    end = *size;
+  void takeBeginning() {
+    if (end == 0) return;
+    part = reader.attempt([&] { return reader.beginnings.of(variable); });
+    if (part.bytes.empty()) reader.raiseDamaged(name, part.delivery->reason);
+    requested = part.bytes.size();
   }
 
-  void takeRaw(char* into, std::size_t count) {
-    const std::size_t fromAhead = std::min(count, ahead.size() - aheadTaken);
-    if (fromAhead > 0) std::memcpy(into, ahead.data() + aheadTaken, fromAhead);
-    aheadTaken += fromAhead;
-    into += fromAhead;
-    count -= fromAhead;
-    if (count == 0) return;
-    if (count >= kStepBytes) {
-      load(into, count);
-      return;
-    }
-    ahead.resize(std::min<std::uint64_t>(kStepBytes, end - loaded));
-    load(ahead.data(), ahead.size());
-    std::memcpy(into, ahead.data(), count);
-    aheadTaken = count;
-  }
-
-  void load(char* into, std::size_t byteCount) {
-    attempt([&] {
-      const hsize_t count = byteCount;
-      const hsize_t first = loaded;
-      const Handle stored(H5Dget_space(dataset), H5Sclose);
-      checked(H5Sselect_hyperslab(stored, H5S_SELECT_SET, &first, nullptr, &count, nullptr));
-      const Handle memory(H5Screate_simple(1, &count, nullptr), H5Sclose);
-      checked(H5Dread(dataset, H5T_NATIVE_UINT8, memory, stored, H5P_DEFAULT, into));
+  void takeNextPart() {
+    reader.attempt([&] {
+      if (!coming) requestNextPart();
+      const auto here = std::exchange(coming, nullptr);
+      requestNextPart();
+      reader.contents.await(*here);
+      part = {here, here->memory.bytes()};
     });
-    loaded += byteCount;
+    const RemoteContents::Delivery& here = *part.delivery;
+    if (here.complete == 0) reader.raiseDamaged(name, here.reason);
+    partTaken = 0;
+  }
+
+  void requestNextPart() {
+    const std::uint64_t length = std::min(kPieceBytes, end - requested);
+    if (length > 0) coming = reader.contents.request({{variable, requested, length}});
+    requested += length;
   }
 
   void checkEnd() {

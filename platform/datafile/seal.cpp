@@ -66,7 +66,8 @@ std::uint64_t lengthOf(int descriptor) {
 }
 
 /// CRC-32 of everything behind the block.
-std::uint32_t checksumOf(int descriptor, std::uint64_t length) {
+std::uint32_t checksumOf(int descriptor, std::uint64_t length,
+                         const std::function<void()>& working) {
   uLong checksum = crc32_z(0, nullptr, 0);
   std::vector<char> step(kStepBytes);
   for (std::uint64_t offset = kSealBytes; offset < length;) {
@@ -76,6 +77,7 @@ std::uint32_t checksumOf(int descriptor, std::uint64_t length) {
     checksum = crc32_z(checksum, reinterpret_cast<const Bytef*>(step.data()), count);
     if (count < wanted) break;
     offset += count;
+    if (working) working();
   }
   return static_cast<std::uint32_t>(checksum);
 }
@@ -88,13 +90,13 @@ bool beginsLikeADataFile(std::string_view begin) {
 
 int seal(int descriptor) {
   const std::uint64_t length = lengthOf(descriptor);
-  const Block block = blockOf(checksumOf(descriptor, length), length);
+  const Block block = blockOf(checksumOf(descriptor, length, {}), length);
   errno = 0;
   if (transfer(pwrite, descriptor, block.data(), block.size(), 0) == block.size()) return 0;
   return errno != 0 ? errno : EIO;
 }
 
-std::string brokenSeal(int descriptor) {
+std::string brokenSeal(int descriptor, const std::function<void()>& working) {
   Block found{};
   const std::size_t count = transfer(pread, descriptor, found.data(), found.size(), 0);
   if (!beginsLikeADataFile({found.data(), count})) {
@@ -107,7 +109,7 @@ std::string brokenSeal(int descriptor) {
            std::to_string(kFormat);
   }
   const std::uint64_t length = lengthOf(descriptor);
-  if (found != blockOf(checksumOf(descriptor, length), length)) {
+  if (found != blockOf(checksumOf(descriptor, length, working), length)) {
     return "it is damaged: length or checksum is not what was written";
   }
   return {};

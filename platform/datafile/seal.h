@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace datafile {
@@ -14,7 +15,8 @@ inline constexpr std::size_t kSealBytes = 512;  // Stored.
 /// \returns 0, or the error number of what failed
 int seal(int descriptor);
 
+/// \param working  called now and then
 /// \returns why the open file is not as it was sealed; empty when it is
-std::string brokenSeal(int descriptor);
+std::string brokenSeal(int descriptor, const std::function<void()>& working);
 
 }  // namespace datafile

@@ -18,19 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path binaryOfThisCode() {
-  std::error_code error;
-  Dl_info info = {};
-  // A program, unlike a library, is named by the words it was started with: ask the kernel
-  // instead.
-  const fs::path program = fs::read_symlink("/proc/self/exe", error);
-  if (dladdr(reinterpret_cast<const void*>(&rootDirectory), &info) == 0 || !info.dli_fname) {
-    return program;
-  }
-  const fs::path library = fs::canonical(info.dli_fname, error);
-  return error || !library.has_parent_path() ? program : library;
-}
-
 std::string fitForFileName(const std::string& name) {
   std::string kept;
   for (const char c : name) {
@@ -47,6 +34,19 @@ std::string accountName() {
 }
 
 }  // namespace
+
+fs::path binaryOfThisCode() {
+  std::error_code error;
+  Dl_info info = {};
+  // A program, unlike a library, is named by the words it was started with: ask the kernel
+  // instead.
+  const fs::path program = fs::read_symlink("/proc/self/exe", error);
+  if (dladdr(reinterpret_cast<const void*>(&rootDirectory), &info) == 0 || !info.dli_fname) {
+    return program;
+  }
+  const fs::path library = fs::canonical(info.dli_fname, error);
+  return error || !library.has_parent_path() ? program : library;
+}
 
 fs::path rootDirectory() {
   const std::string root = environmentVariable("VELA_ROOT");

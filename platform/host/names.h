@@ -11,6 +11,9 @@ namespace host {
 /// `share/vela` that stands beside a folder around this library or program.
 std::filesystem::path rootDirectory();
 
+/// The library that this code is part of, or the program when it is in none.
+std::filesystem::path binaryOfThisCode();
+
 /// TMPDIR when that is a folder we may write to, else the system's own; never throws.
 std::filesystem::path systemTempDirectory();
 

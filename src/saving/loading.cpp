@@ -33,6 +33,7 @@ class Loading {
     manager_.ensureInstanceRecords();
     removeOverwriteRun();
     placeRuns();
+    file_.expectObjects(SavedFile::Extent::all);
     for (const std::string& className : savedClasses()) makeAll(className);
     completeLinks();
   }

@@ -58,7 +58,9 @@ const std::vector<SavedFile::Enumerator>& SavedFile::enumerators(int definition)
 }
 
 void SavedFile::readHeaders() {
-  for (const std::string& variable : file_.names(kHeader)) readHeader(variable);
+  const std::vector<std::string> variables = file_.names(kHeader);
+  file_.expect(variables, Extent::all);
+  for (const std::string& variable : variables) readHeader(variable);
   for (const auto& [id, className] : classes_) byClass_[*className].push_back(id);
 }
 
@@ -80,7 +82,16 @@ void SavedFile::readHeader(const std::string& variable) {
   classes_.emplace(id, &*place);
 }
 
+void SavedFile::expectObjects(Extent extent) const {
+  std::vector<std::string> variables;
+  for (const std::string& className : savedClasses()) {
+    for (const int id : ofClass(className)) variables.push_back(variableName(kData, id));
+  }
+  file_.expect(variables, extent);
+}
+
 void SavedFile::checkObjects(ObjectManager& manager) {
+  expectObjects(Extent::beginning);
   for (const std::string& className : savedClasses()) {
     ObjectRow row(manager, className);
     for (const int id : ofClass(className)) {

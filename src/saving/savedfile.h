@@ -19,6 +19,8 @@ class SavedFile {
  public:
   SavedFile(ObjectManager& manager, const datafile::DataFileReader& file);
 
+  using Extent = datafile::DataFileReader::Extent;
+
   struct Enumerator {
     int id;
     int value;
@@ -37,6 +39,8 @@ class SavedFile {
   /// Enumerators by the definition they belong to.
   const std::vector<Enumerator>& enumerators(int definition) const;
 
+  /// To be called before the objects are read once more, class by class as they are saved.
+  void expectObjects(Extent extent) const;
   /// Reads an object into the row; stops before the chunks of a signal.
   ///
   /// \returns whether they follow

@@ -1,5 +1,6 @@
 #include "datafile/datafile.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -14,6 +15,7 @@
 #include <random>
 
 #include "kodiag/diagnostics.h"
+#include "mutations.h"
 #include "tests/objectmanager/managertest.h"
 
 namespace datafile {
@@ -21,11 +23,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using host::HostArray;
+using testing::AnyOf;
 using testing::ElementsAre;
 using vela::test::raisedBy;
 
 constexpr const char* kCannotRead = "datafile:file:CannotRead";
 constexpr const char* kCannotWrite = "datafile:file:CannotWrite";
+constexpr const char* kInvalid = "datafile:file:Invalid";
 constexpr const char* kDamaged = "datafile:file:Damaged";
 
 std::string contentOf(const fs::path& path) {
@@ -176,6 +180,15 @@ TEST_F(DataFileTest, RefusesWhatIsNoDataFile) {
   }
 }
 
+/// \returns how it ended: 0 when the test holds there
+int inAnotherProcess(const std::function<bool()>& test) {
+  const pid_t child = fork();
+  if (child == 0) exit(test() ? 0 : 1);
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status;
+}
+
 std::string readAll(const std::string& path,
                     const std::vector<std::pair<std::string, HostArray>>& variables) {
   return raisedBy([&] {
@@ -193,7 +206,7 @@ TEST_F(DataFileTest, AFileThatIsNotAsItWasWrittenIsNotRead) {
     std::ofstream(path(), std::ios::binary) << damaged;
     return raisedBy([&] { DataFileReader reader(path()); }) == kCannotRead;
   };
-  for (std::size_t i = 0; i < whole.size(); i += i < 600 ? 1 : 1 + random() % 20) {
+  for (std::size_t i = 0; i < whole.size(); i += 1 + random() % (i < 40 ? 4 : 200)) {
     std::string damaged = whole;
     damaged[i] ^= static_cast<char>(1 + random() % 255);
     EXPECT_TRUE(refused(damaged)) << i;
@@ -202,18 +215,63 @@ TEST_F(DataFileTest, AFileThatIsNotAsItWasWrittenIsNotRead) {
   EXPECT_TRUE(refused(whole + "x"));
 }
 
-/// Runs in a process whose files cannot grow beyond that many bytes.
-int inFullDisk(rlim_t bytes, const std::function<bool()>& test) {
-  const pid_t child = fork();
-  if (child == 0) {
-    signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{bytes, bytes};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    exit(test() ? 0 : 1);
+TEST_F(DataFileTest, AFileMadeToHarmIsReadOrRefused) {
+  write(everything());
+  Mutations mutations(path(), 11);
+  for (int i = 0; i < 300; ++i) {
+    mutations.write(path("changed.dat"));
+    const std::string id = raisedBy([&] {
+      const DataFileReader reader(path("changed.dat"));
+      for (const std::string& name : reader.names()) reader.get(name);
+    });
+    EXPECT_THAT(id, AnyOf("", kCannotRead, kDamaged, kInvalid)) << i;
   }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return status;
+}
+
+pid_t onlyChild() {
+  std::ifstream children("/proc/thread-self/children");
+  pid_t child = 0;
+  children >> child;
+  return child;
+}
+
+TEST_F(DataFileTest, TheReadersDeathIsTheFilesFault) {
+  write({{"long", HostArray::list(std::vector<double>(1'000'000, 1.5))}});
+  const DataFileReader reader(path());
+  ASSERT_EQ(kill(onlyChild(), SIGSEGV), 0);
+  EXPECT_EQ(raisedBy([&] { reader.get("long"); }), kInvalid);
+}
+
+// Without standard streams, with every signal blocked, with children that nobody waits for.
+TEST_F(DataFileTest, ReadingLeavesNothingOfItselfWhateverTheCallerIsLike) {
+  write(everything());
+  EXPECT_EQ(inAnotherProcess([&] {
+              for (int standard = 0; standard < 3; ++standard) close(standard);
+              signal(SIGCHLD, SIG_IGN);
+              sigset_t all;
+              sigfillset(&all);
+              sigprocmask(SIG_SETMASK, &all, nullptr);
+              const int before = dup(open("/dev/null", O_RDONLY));
+              const bool isRead = readAll(path(), everything()).empty();
+              return isRead && onlyChild() == 0 && dup(before) == before + 1;
+            }),
+            0);
+}
+
+TEST_F(DataFileTest, ANameWithAZeroCharacterNamesNoOtherFile) {
+  write({{"old", HostArray::scalar(1)}});
+  const std::string cut = path() + std::string("\0b", 2);
+  EXPECT_EQ(raisedBy([&] { DataFileReader reader(cut); }), kCannotRead);
+}
+
+/// Runs in a process whose files cannot grow beyond that many bytes at first.
+int inFullDisk(rlim_t bytes, const std::function<bool()>& test) {
+  return inAnotherProcess([&] {
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{bytes, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    return test();
+  });
 }
 
 TEST_F(DataFileTest, AFullDiskLeavesTheOldFileAndTheLibraryUsable) {
@@ -231,7 +289,8 @@ TEST_F(DataFileTest, AFullDiskLeavesTheOldFileAndTheLibraryUsable) {
             bytes,
             [&] {
               const bool isRefused = raisedBy([&] { write(variables); }) == kCannotWrite;
-              // The library still reads.
+              const rlimit noLimit{RLIM_INFINITY, RLIM_INFINITY};
+              setrlimit(RLIMIT_FSIZE, &noLimit);
               return isRefused && readAll(path(), {{"old", HostArray::scalar(1)}}).empty();
             }),
         0);
