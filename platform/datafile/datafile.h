@@ -18,9 +18,10 @@ bool beginsLikeADataFile(std::string_view begin);
 /// Makes a data file beside its target and puts it in the target's place at the end.
 ///
 /// Until commit() the target is as it was, whatever fails and even if the process is killed; a
-/// writer that goes away before leaves nothing behind, a killed process a file named
-/// "<target>.<random>.part". A symbolic link is refused as everything is that is no regular
-/// file.
+/// writer that goes away before leaves nothing behind. Neither does a killed process, unless
+/// the file system knows no files without names or an old file was just being replaced: then
+/// "<target>.<random>.part" stays until the next writer for the target removes it. A symbolic
+/// link is refused as everything is that is no regular file.
 ///
 /// Errors: "datafile:file:CannotWrite" naming target and cause. Threads: one writer is used by
 /// one thread; all use of the library in the process takes turns.

@@ -4,14 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
-#include <random>
 
 #include "datafile/datafile.h"
+#include "datafile/descriptor.h"
 #include "datafile/filedriver.h"
+#include "datafile/parts.h"
 #include "datafile/seal.h"
 #include "host/arraycodec.h"
 #include "kodiag/message.h"
@@ -24,29 +24,8 @@ constexpr std::size_t kStepBytes = std::size_t{4} << 20;
 /// The unit in which they then grow.
 constexpr hsize_t kChunkBytes = hsize_t{1} << 20;
 
-/// An open descriptor.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  operator int() const { return number_; }
-
- private:
-  int number_;
-};
-
-std::string randomSuffix() {
-  static constexpr char kHex[] = "0123456789abcdef";
-  std::random_device random;
-  std::string text = ".";
-  for (int i = 0; i < 12; ++i) text += kHex[random() % 16];
-  return text + ".part";
-}
+/// By which a file without a name is named.
+constexpr const char* kOwnDescriptors = "/proc/self/fd/";
 
 Handle createProperties(Id (*fill)(Id)) {
   Handle properties(H5Pcreate(H5P_DATASET_CREATE), H5Pclose);
@@ -70,18 +49,17 @@ Handle byteSpace(hsize_t size, bool mayGrow) {
 
 struct DataFileWriter::Impl {
   std::string target;
-  std::string path;  ///< of the file being made
+  std::string path;  ///< of the file being made; empty while it has no name of its own
   DiskFile disk;
   Handle file;
   std::string buffer;  ///< of the variable that is open
   bool hasOpenVariable = false;
-  bool isWritten = false;
 
   explicit Impl(const std::string& name) : target(name) {
-    path = target + randomSuffix();
+    if (name.find('\0') != std::string::npos) raise("its name holds a zero character");
     checkTarget();
-    disk.descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (disk.descriptor < 0) raise(std::strerror(errno));
+    removeAbandonedParts(target);
+    openPart();
     try {
       attempt([&] { create(); });
     } catch (...) {
@@ -114,11 +92,25 @@ struct DataFileWriter::Impl {
     }
   }
 
+  /// Without a name where the system can do that: then a kill leaves nothing behind.
+  void openPart() {
+    const std::string folder = folderOf(target);
+    if (access(kOwnDescriptors, X_OK) == 0) {
+      disk.descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    }
+    if (disk.descriptor >= 0) {
+      markAsInUse(disk.descriptor);
+    } else {
+      disk.descriptor = createPart(target, path);
+      if (disk.descriptor < 0) raise(std::strerror(errno));
+    }
+  }
+
   void create() {
     const Handle access = accessThrough(disk);
     const Handle properties(H5Pcreate(H5P_FILE_CREATE), H5Pclose);
     checked(H5Pset_userblock(properties, kSealBytes));
-    file = Handle(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, properties, access), H5Fclose);
+    file = Handle(H5Fcreate(target.c_str(), H5F_ACC_TRUNC, properties, access), H5Fclose);
   }
 
   void closeLibraryFile() {
@@ -143,14 +135,25 @@ struct DataFileWriter::Impl {
   }
 
   void moveIntoPlace() {
+    if (path.empty() && linkAs(target)) return;
+    if (path.empty()) {
+      const std::string name = partName(target);
+      if (!linkAs(name)) raise(std::strerror(errno));
+      path = name;
+    }
     if (rename(path.c_str(), target.c_str()) != 0) raise(std::strerror(errno));
-    isWritten = true;
+    path.clear();
+  }
+
+  /// Gives a file without a name one that is not taken. \returns whether it has it
+  bool linkAs(const std::string& name) const {
+    const std::string self = kOwnDescriptors + std::to_string(disk.descriptor);
+    return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
   }
 
   // The file is in its place; a folder that cannot be flushed changes nothing about that.
   void flushFolder() const {
-    const std::filesystem::path folder = std::filesystem::path(target).parent_path();
-    const Descriptor opened(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor opened(open(folderOf(target).c_str(), O_RDONLY | O_CLOEXEC));
     if (opened >= 0) fsync(opened);
   }
 
@@ -164,7 +167,7 @@ struct DataFileWriter::Impl {
     if (disk.descriptor < 0) return;
     close(disk.descriptor);
     disk.descriptor = -1;
-    if (!isWritten) unlink(path.c_str());
+    if (!path.empty()) unlink(path.c_str());
   }
 };
 

@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 using host::HostArray;
 using testing::AnyOf;
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 using vela::test::raisedBy;
 
 constexpr const char* kCannotRead = "datafile:file:CannotRead";
@@ -258,9 +259,25 @@ TEST_F(DataFileTest, ReadingLeavesNothingOfItselfWhateverTheCallerIsLike) {
             0);
 }
 
+TEST_F(DataFileTest, AKilledWriterLeavesNothingAndWhatIsLeftIsRemoved) {
+  write({{"old", HostArray::scalar(1)}});
+  const std::string abandoned = path("x.dat.0123456789ab.part");
+  std::ofstream(abandoned) << "x";
+  std::ofstream(path("x.dat.0123456789az.part")) << "somebody else's";
+  EXPECT_EQ(inAnotherProcess([&] {
+              DataFileWriter writer(path());
+              writer.put("new", HostArray::scalar(2));
+              return raise(SIGKILL) == 0;
+            }),
+            SIGKILL);
+  EXPECT_THAT(filesLeft(), UnorderedElementsAre("x.dat", "x.dat.0123456789az.part"));
+  EXPECT_THAT(DataFileReader(path()).names(), ElementsAre("old"));
+}
+
 TEST_F(DataFileTest, ANameWithAZeroCharacterNamesNoOtherFile) {
   write({{"old", HostArray::scalar(1)}});
   const std::string cut = path() + std::string("\0b", 2);
+  EXPECT_EQ(raisedBy([&] { DataFileWriter writer(cut); }), kCannotWrite);
   EXPECT_EQ(raisedBy([&] { DataFileReader reader(cut); }), kCannotRead);
 }
 
