@@ -160,7 +160,8 @@ void ObjectRow::writeArrays(int id) {
   }
 }
 
-std::vector<HostArray> ObjectRow::fields(const std::function<bool(int)>& isKept) const {
+std::vector<HostArray> ObjectRow::fields(const std::function<bool(int)>& isKept,
+                                         bool bareReferences) const {
   std::vector<HostArray> values;
   values.reserve(slots_.size());
   for (const auto& slot : slots_) {
@@ -184,7 +185,7 @@ std::vector<HostArray> ObjectRow::fields(const std::function<bool(int)>& isKept)
       case PropertyKind::reference: {
         const int id = target();
         const std::string type = id == 0 ? "" : slot->property.info()->target->name;
-        values.push_back(recordOf(id, type));
+        values.push_back(bareReferences ? HostArray::scalar(id) : recordOf(id, type));
         break;
       }
       case PropertyKind::link:

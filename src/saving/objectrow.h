@@ -16,8 +16,8 @@ namespace vela::saving {
 ///
 /// A field is named as its property, a reference "FK_" and its property unless that starts so.
 /// Whole numbers are int32 or int64, numbers double, texts text, bytes a uint8 column, array
-/// values themselves; a reference is a record {ID, Type, data} with empty data. A link is its
-/// ID.
+/// values themselves; a reference is a record {ID, Type, data} with empty data, or in old files
+/// the bare ID. A link is its ID.
 class ObjectRow {
  public:
   ObjectRow(ObjectManager& manager, const std::string& className);
@@ -33,13 +33,16 @@ class ObjectRow {
 
   const std::vector<std::string>& fieldNames() const { return fieldNames_; }
   /// One value a field, in their order. Objects that are not kept are named by none.
-  std::vector<host::HostArray> fields(const std::function<bool(int)>& isKept) const;
+  ///
+  /// \param bareReferences  references are IDs, not records
+  std::vector<host::HostArray> fields(const std::function<bool(int)>& isKept,
+                                      bool bareReferences) const;
 
   /// Every value as it is in a new object.
   void clear();
   /// Takes the value of a field over. \returns what is wrong with it, empty when nothing
   ///
-  /// \param bareReferences  references are IDs, not records
+  /// \param bareReferences  as in fields()
   std::string assign(const std::string& field, const host::HostArray& value,
                      bool bareReferences);
 

@@ -30,7 +30,7 @@ void refuseUnlessReplaceable(const std::string& path) {
 }
 
 void putObject(datafile::DataFileWriter& file, ObjectManager& manager, ObjectRow& row, int id,
-               const SavedObjects& saved) {
+               const SavedObjects& saved, bool bareReferences) {
   file.put(variableName(kHeader, id),
            host::HostArray::structure({{kID, host::HostArray::scalar(static_cast<double>(id))},
                                        {kType, host::HostArray::text(row.className())}}));
@@ -40,7 +40,7 @@ void putObject(datafile::DataFileWriter& file, ObjectManager& manager, ObjectRow
   datafile::DataFileWriter::Variable data(file, variableName(kData, id));
   data.beginStructure(names);
   const auto isSaved = [&](int target) { return saved.contains(target); };
-  for (const host::HostArray& value : row.fields(isSaved)) data.put(value);
+  for (const host::HostArray& value : row.fields(isSaved, bareReferences)) data.put(value);
   if (isSignal) putChunks(data, manager, id);
   data.finish();
 }
@@ -48,18 +48,19 @@ void putObject(datafile::DataFileWriter& file, ObjectManager& manager, ObjectRow
 Contents writeEverything(datafile::DataFileWriter& file, ObjectManager& manager,
                          Set::Sessions sessions) {
   const SavedObjects saved(manager, sessions);
+  diagnostics diag;
+  const Descriptor descriptor{hostVersion(), manager.repository().databaseID(diag)};
+  diag.raiseIfAny();
+  const bool bareReferences = hasBareReferences(descriptor);
   Progress progress("SavingProgressBar", L"Saving runs", saved.count());
   for (const std::string& className : savedClasses()) {
     ObjectRow row(manager, className);
     for (const int id : saved.ofClass(className)) {
-      if (row.read(id)) putObject(file, manager, row, id, saved);
+      if (row.read(id)) putObject(file, manager, row, id, saved, bareReferences);
       progress.step();
     }
   }
-  diagnostics diag;
-  const std::string database = manager.repository().databaseID(diag);
-  diag.raiseIfAny();
-  file.put(kDescriptor, toArray({hostVersion(), database}));
+  file.put(kDescriptor, toArray(descriptor));
   return {static_cast<int>(saved.ofClass(strings::DataSet).size()),
           static_cast<int>(saved.ofClass(strings::Signal).size())};
 }

@@ -407,6 +407,23 @@ TEST_F(ForeignFileTest, AFileKeepsTheHostsVersionAndANewerOneIsRefused) {
   EXPECT_THAT(contentOf(*manager_), ElementsAreArray(content_));
 }
 
+// Its files hold references as bare IDs, and say so by its version.
+TEST_F(ForeignFileTest, AHostBeforeRecordsLoadsWhatItSaves) {
+  const HostVersion old("8.4.9");
+  manager_->save(file());
+  const HostArray run = datafile::DataFileReader(path()).get(data(runID_));
+  EXPECT_EQ(run.field("FK_CompareToSetID").toInt64(), runID_);
+  const auto copy = emptyRepository("copy.dmr");
+  copy->load(file());
+  EXPECT_THAT(contentOf(*copy), ElementsAreArray(content_));
+}
+
+TEST_F(ForeignFileTest, APathWithAZeroCharacterNamesNoOtherFile) {
+  const std::wstring cut = file() + std::wstring(L"\0b", 2);
+  EXPECT_EQ(raisedBy([&] { manager_->save(cut); }), "nexstore:nex:CouldNotWriteToMatFile");
+  EXPECT_EQ(raisedBy([&] { manager_->load(cut); }), "nexstore:nex:CouldNotReadMatFile");
+}
+
 TEST_F(ForeignFileTest, ARepositoryIsNeverSavedOver) {
   emptyRepository("other.dmr").reset();
   std::filesystem::create_symlink("absent", folder_ / "link");
