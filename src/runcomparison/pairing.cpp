@@ -28,12 +28,6 @@ std::vector<std::wstring> namesAbove(const Signal& signal) {
   return names;
 }
 
-std::wstring withSubscripts(std::wstring name, const std::vector<unsigned>& subscripts) {
-  for (std::size_t i = 0; i < subscripts.size(); ++i)
-    name += (i == 0 ? L"(" : L",") + std::to_wstring(subscripts[i]);
-  return subscripts.empty() ? name : name + L")";
-}
-
 bool fits(const std::string& pattern, const std::wstring& text) {
   return fnmatch(pattern.c_str(), text::toUtf8(text).c_str(), 0) == 0;
 }
@@ -65,8 +59,17 @@ PlaceAndKey placeOf(const Signal& signal) {
 
 }  // namespace
 
+std::wstring nameWithSubscripts(const Signal& signal) {
+  std::wstring name = signal.getName();
+  const std::vector<unsigned> subscripts = signal.getChannel();
+  for (std::size_t i = 0; i < subscripts.size(); ++i) {
+    name += (i == 0 ? L"(" : L",") + std::to_wstring(subscripts[i]);
+  }
+  return subscripts.empty() ? name : name + L")";
+}
+
 void describe(const Signal& signal, SignalPair& pair) {
-  pair.name = withSubscripts(signal.getName(), signal.getChannel());
+  pair.name = nameWithSubscripts(signal);
   pair.path.clear();
   for (const std::wstring& name : namesAbove(signal)) pair.path += name + L".";
   pair.path += pair.name;

@@ -24,6 +24,8 @@ struct SignalPair {
 /// \param pattern  a shell pattern for the name or path; empty for all
 std::vector<SignalPair> pairLeaves(Set& baseline, Set& compareTo, const std::string& pattern);
 
+/// The name of a signal; of an element of a vector or matrix with its subscripts: "m(1,2)".
+std::wstring nameWithSubscripts(const Signal& signal);
 /// Name and path of a signal as a pair has them.
 void describe(const Signal& signal, SignalPair& pair);
 

@@ -1,4 +1,4 @@
-// `vela check`: whether the file is whole.
+// `vela check`: whether the file is whole, as far as that can be told.
 #include <CLI/CLI.hpp>
 #include <iostream>
 
@@ -21,12 +21,20 @@ ExitCode check(const Context& context) {
   const bool whole = problems.empty();
   if (context.json) {
     std::cout << jsonText(
-        {{"file", repository.location()}, {"whole", whole}, {"problems", problems}});
+        {{"file", repository.location()},
+         {"whole", whole},
+         {"checked", {"pages", "tables", "indexes", "objects", "references", "chunks"}},
+         {"notChecked", {"sample values"}},
+         {"problems", problems}});
   } else {
     for (const std::string& problem : problems) std::cout << problem << "\n";
     if (!context.quiet || !whole) {
-      std::cout << repository.location()
-                << (whole ? " is whole." : " is damaged; the lines above say where.") << "\n";
+      std::cout
+          << repository.location()
+          << (whole
+                  ? " is whole. The values of samples carry no checksums and were not checked."
+                  : " is damaged; the lines above say where.")
+          << "\n";
     }
   }
   return whole ? kDone : kFailed;
@@ -36,7 +44,13 @@ ExitCode check(const Context& context) {
 
 void addCheckCommand(CLI::App& app, Context& context) {
   CLI::App* const command = app.add_subcommand(
-      "check", "Check every stored byte; exit code 2 when the file is damaged");
+      "check", "Check that the file is whole; exit code 2 when it is damaged");
+  command->footer(
+      "Checked are the pages of the file, its tables and indexes; of every object its class,\n"
+      "the kinds of its values and what it refers to; of chunks, whether the samples they "
+      "count\n"
+      "are there. Whether samples still have the values that were written cannot be checked:\n"
+      "they carry no checksums.");
   addCommonOptions(*command, context);
   command->callback([&context] { context.command = [&context] { return check(context); }; });
 }

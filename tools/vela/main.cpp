@@ -27,7 +27,8 @@ constexpr const char* kIntroduction =
 
 constexpr const char* kExitCodes =
     "Exit codes: 0 done, 1 compared and different, 2 usage or operation failed, or not all of\n"
-    "the output was taken, 3 done but something in the input could not be read, 130 stopped by\n"
+    "the output was taken, 3 done but something in the input could not be read, 130 stopped "
+    "by\n"
     "Ctrl-C.\n"
     "Data goes to standard output, words and progress to standard error; NO_COLOR is honoured.";
 

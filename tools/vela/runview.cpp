@@ -7,6 +7,7 @@
 
 #include "kodiag/message.h"
 #include "objects/strings.h"
+#include "runcomparison/pairing.h"
 #include "text/numbers.h"
 #include "text/utf8.h"
 
@@ -45,11 +46,15 @@ std::string labelled(const std::string& name, const std::string& unit) {
   return unit.empty() ? name : name + " [" + unit + "]";
 }
 
+std::string nameOf(const Signal& signal) {
+  return text::toUtf8(nameWithSubscripts(signal));
+}
+
 SignalView viewOf(const Signal& signal, int depth) {
   SignalView view;
   view.id = signal.getID();
   view.depth = depth;
-  view.name = text::toUtf8(signal.getName());
+  view.name = nameOf(signal);
   view.unit = text::toUtf8(signal.getUnits());
   view.extent = signal.getExtent();
   if (view.extent.samples > 0) view.type = signal.getDataTypeLabel();
@@ -64,14 +69,20 @@ std::vector<SignalView> signalTree(ObjectManager& manager, const Set& run) {
     std::multimap<int, const ObjectRef*> byParent;
     for (const ObjectRef& object : objects) byParent.emplace(parentOf(object), &object);
 
-    const auto add = [&](auto& self, int parent, int depth) -> void {
+    // Not by recursion: a damaged or odd file may nest signals deeper than the stack.
+    std::vector<std::pair<const ObjectRef*, int>>
+        waiting;  // with their depths, the next one last
+    const auto addBelow = [&](int parent, int depth) {
       const auto [first, last] = byParent.equal_range(parent);
-      for (auto child = first; child != last; ++child) {
-        views.push_back(viewOf(Signal(child->second->clone()), depth));
-        self(self, child->second->getObjectID(), depth + 1);
-      }
+      for (auto child = last; child != first;) waiting.emplace_back((--child)->second, depth);
     };
-    add(add, 0, 0);
+    addBelow(0, 0);
+    while (!waiting.empty()) {
+      const auto [object, depth] = waiting.back();
+      waiting.pop_back();
+      views.push_back(viewOf(Signal(object->clone()), depth));
+      addBelow(object->getObjectID(), depth + 1);
+    }
   });
   return views;
 }

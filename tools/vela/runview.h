@@ -34,6 +34,9 @@ std::pair<std::string, std::string> axisOf(const Set* run);
 /// "name [unit]", or the name alone.
 std::string labelled(const std::string& name, const std::string& unit);
 
+/// What a signal is called; of an element of a vector or matrix "m(1,2)".
+std::string nameOf(const Signal& signal);
+
 struct SignalView {
   int id = 0;
   int depth = 0;  ///< 0 for a signal without a parent
@@ -48,7 +51,7 @@ SignalView viewOf(const Signal& signal, int depth);
 /// The signals of a run, each followed by those below it, in creation order.
 std::vector<SignalView> signalTree(ObjectManager& manager, const Set& run);
 /// The signals of a subtree that hold samples, in creation order; the signal itself if it is
-/// one.
+/// one. \throws "InvalidData" where a damaged file leads back into itself
 std::vector<std::unique_ptr<Signal>> leavesOf(ObjectManager& manager, const Signal& signal);
 
 /// Seconds since 1970 as "YYYY-MM-DD HH:MM:SS" in local time.

@@ -14,9 +14,12 @@ namespace vela::tool {
 /// candidates
 boost::shared_ptr<Set> findRun(ObjectManager& manager, const std::string& words);
 
-/// The signal with that ID or name, in visible runs or in the one given.
+/// The signal with that ID, name ("x", of an element "m(1,2)") or path ("bus.x"), in visible
+/// runs or in the one given. Of several, those without a parent come before those below others,
+/// and signals of other runs before those that a comparison keeps.
+///
 /// \param run  empty: any
-/// \throws "VELA:vela:NoSuchSignal" or "VELA:vela:AmbiguousSignal" naming the runs
+/// \throws "VELA:vela:NoSuchSignal" or "VELA:vela:AmbiguousSignal" naming the candidates
 std::unique_ptr<Signal> findSignal(ObjectManager& manager, const std::string& words,
                                    const std::string& run);
 
