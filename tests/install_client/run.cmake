@@ -31,6 +31,10 @@ if(NOT output MATCHES "first light")
   message(FATAL_ERROR "the installed command printed:\n${output}")
 endif()
 
+# What is installed finds the program that reads data files.
+step(${WORK}/moved/bin/vela save ${WORK}/client.dat --repository ${WORK}/client.dmr)
+step(${WORK}/moved/bin/vela load ${WORK}/client.dat --repository ${WORK}/copy.dmr)
+
 find_program(PKG_CONFIG pkg-config)
 if(PKG_CONFIG)
   set(ENV{PKG_CONFIG_PATH} ${WORK}/moved/lib/pkgconfig)
