@@ -100,6 +100,12 @@ FileLock::FileLock(const std::string& path) : path_(path), descriptor_(openOrCre
   }
 }
 
+std::optional<FileLock> FileLock::openForReading(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (descriptor < 0) return std::nullopt;
+  return FileLock(path, descriptor);
+}
+
 FileLock::~FileLock() {
   closeAfterFork();
 }
@@ -139,6 +145,20 @@ bool FileLock::isHeldByAnother(std::uint64_t offset) const {
     raiseIO("look at a lock", path_, std::strerror(errno));
   }
   return range.l_type != F_UNLCK;
+}
+
+std::uint64_t FileLock::number(std::uint64_t offset) const {
+  std::uint64_t value = 0;
+  const ssize_t got = pread(descriptor_, &value, sizeof value, static_cast<off_t>(offset));
+  if (got < 0) raiseIO("read the lock file", path_, std::strerror(errno));
+  return got == sizeof value ? value : 0;
+}
+
+void FileLock::setNumber(std::uint64_t offset, std::uint64_t value) {
+  const ssize_t put = pwrite(descriptor_, &value, sizeof value, static_cast<off_t>(offset));
+  if (put != sizeof value) {
+    raiseIO("write the lock file", path_, std::strerror(put < 0 ? errno : ENOSPC));
+  }
 }
 
 bool FileLock::isStillAtPath() const {

@@ -4,7 +4,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace host {
 
@@ -22,6 +24,9 @@ class FileLock {
   /// \throws "KODD:kodd:IOError" when it cannot be opened, is no regular file, or belongs to
   ///         somebody else in a folder where everybody may create files
   explicit FileLock(const std::string& path);
+  /// Opens the file for shared locks only, and makes none. \returns nothing when there is none
+  /// or it may not be read
+  static std::optional<FileLock> openForReading(const std::string& path);
   /// Frees every lock.
   ~FileLock();
   FileLock(FileLock&& other) noexcept;
@@ -36,6 +41,9 @@ class FileLock {
   void unlock(std::uint64_t offset) noexcept;
   /// Whether somebody else holds a lock on the byte.
   bool isHeldByAnother(std::uint64_t offset) const;
+  /// The number kept in the file's 8 bytes from there on; 0 when there is none.
+  std::uint64_t number(std::uint64_t offset) const;
+  void setNumber(std::uint64_t offset, std::uint64_t value);
   /// Whether the path still names the file that was opened here.
   bool isStillAtPath() const;
   /// In a forked child: closes the inherited descriptor, which leaves the parent's locks alone.
@@ -43,6 +51,9 @@ class FileLock {
   void closeAfterFork() noexcept;
 
  private:
+  FileLock(std::string path, int descriptor) noexcept
+      : path_(std::move(path)), descriptor_(descriptor) {}
+
   std::string path_;
   int descriptor_ = -1;
 };

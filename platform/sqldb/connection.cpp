@@ -5,10 +5,12 @@
 #include <limits>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "host/interrupt.h"
 #include "kodiag/diagnostics.h"
 #include "sqldb/error.h"
+#include "sqldb/repositoryfile.h"
 
 namespace sqldb {
 namespace {
@@ -28,14 +30,16 @@ constexpr const char* kControlTexts[] = {"BEGIN",           "BEGIN IMMEDIATE", "
 
 }  // namespace
 
-Connection::Connection(const std::string& path, const OpenOptions& options)
-    : path_(path), durability_(options.durability) {
-  const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
+Connection::Connection(const std::string& path, const OpenOptions& options, View view)
+    : path_(path), durability_(options.durability), access_(options.access), movedFile_(path) {
+  const int access = isReadOnly() ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+  const int flags = access | SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
                     SQLITE_OPEN_EXRESCODE;
-  const int code = sqlite3_open_v2(path.c_str(), &handle_, flags, nullptr);
+  const std::string name = view == View::unchanged ? immutableUri(path) : path;
+  const int code = sqlite3_open_v2(name.c_str(), &handle_, flags, nullptr);
   try {
     if (code != SQLITE_OK) raise(code, "open");
-    if (sqlite3_db_readonly(handle_, "main") != 0) {
+    if (!isReadOnly() && sqlite3_db_readonly(handle_, "main") != 0) {
       raise({SQLITE_READONLY, "no permission to write"}, "open");
     }
     configure();
@@ -194,8 +198,16 @@ bool Connection::findMoved() {
   return moved_;
 }
 
+void Connection::giveUp(std::string file, std::string reason) {
+  moved_ = true;
+  movedFile_ = std::move(file);
+  movedReason_ = std::move(reason);
+}
+
 void Connection::raiseMoved(std::string_view operation) {
-  raise({SQLITE_READONLY_DBMOVED, "its path leads to another file or to none"}, operation);
+  moved_ = true;
+  throw kodiag::except::ExceptionWithCauses(
+      errorMessage(SQLITE_READONLY_DBMOVED, operation, movedFile_, movedReason_));
 }
 
 Failure Connection::failure(int code) const {

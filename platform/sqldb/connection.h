@@ -36,14 +36,21 @@ class Connection {
   /// Only foreign tools and the engine's own recovery can make us wait inside the engine.
   static constexpr int kEngineWaitMilliseconds = 5000;
 
+  /// How the engine is to see the file.
+  enum class View {
+    shared,    ///< with others, through locks, log and index
+    unchanged  ///< alone and without any of them: for a file that nobody changes meanwhile
+  };
+
   /// \param path  absolute, without links
-  Connection(const std::string& path, const OpenOptions& options);
+  Connection(const std::string& path, const OpenOptions& options, View view = View::shared);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   sqlite3* handle() const { return handle_; }
   const std::string& path() const { return path_; }
+  bool isReadOnly() const { return access_ == FileAccess::read; }
 
   /// Whether changes go to a write-ahead log, so that readers and one writer do not meet.
   bool usesLog();
@@ -69,6 +76,8 @@ class Connection {
   /// Looks whether the path still leads to the open file, and remembers when it does not.
   bool findMoved();
   bool wasMoved() const { return moved_; }
+  /// From now on every use is refused as one of a file that was moved; tells why.
+  void giveUp(std::string file, std::string reason);
   [[noreturn]] void raiseMoved(std::string_view operation);
 
   Failure failure(int code) const;
@@ -91,9 +100,12 @@ class Connection {
 
   std::string path_;
   Durability durability_;
+  FileAccess access_;
   sqlite3* handle_ = nullptr;
   std::array<sqlite3_stmt*, 7> controls_{};
   bool moved_ = false;
+  std::string movedFile_;
+  std::string movedReason_ = "its path leads to another file or to none";
 };
 
 }  // namespace sqldb

@@ -22,7 +22,14 @@ Database::Database(std::string location, const OpenOptions& options)
 Database::~Database() = default;
 
 FileKind Database::identify(const std::string& location, std::int32_t applicationId) {
-  return inspectFile(resolvedPath(location), applicationId).kind;
+  const std::string path = resolvedPath(location, LastLink::follow);
+  const Finding found = inspectFile(path, applicationId);
+  if (!found.truncation.empty()) raiseDamaged(path, found.truncation);
+  return found.kind;
+}
+
+bool Database::isReadOnly() const {
+  return impl_->connection.isReadOnly();
 }
 
 Statement Database::statement(std::string_view sql) {
@@ -159,6 +166,16 @@ std::vector<std::string> Database::integrityProblems() {
   }
   if (problems == std::vector<std::string>{"ok"}) problems.clear();
   return problems;
+}
+
+std::uint64_t Database::notedNumber() const {
+  impl_->refuseUnlessUsable("read the noted number");
+  return impl_->lock.notedNumber();
+}
+
+void Database::noteNumber(std::uint64_t number) {
+  impl_->refuseUnlessUsable("note a number");
+  impl_->lock.noteNumber(number);
 }
 
 void Database::holdInstance(long long instanceID) {

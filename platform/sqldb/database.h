@@ -27,6 +27,11 @@ enum class FileKind {
   foreign,  ///< another program's database, or no database at all
 };
 
+enum class FileAccess {
+  write,  ///< the file is made when absent
+  read,   ///< nothing is ever written into it, and nothing made beside it where it is not ours
+};
+
 struct OpenOptions {
   /// Stored in the file's header and checked on every open. // Stored; never change.
   std::int32_t applicationId = 0;
@@ -34,6 +39,9 @@ struct OpenOptions {
   /// How long to wait for another writer before "RepositoryBusy".
   std::chrono::milliseconds busyTimeout{30'000};
   bool createIfAbsent = true;
+  FileAccess access = FileAccess::write;
+  /// Whether a symbolic link is followed. Not in a folder where everybody may plant one.
+  bool followLink = true;
 };
 
 /// Sizes in bytes.
@@ -76,9 +84,13 @@ class LevelListener {
 /// Errors: every call throws ExceptionWithCauses with the ID of error.h unless said otherwise.
 class Database {
  public:
-  /// Opens or creates the file. Refuses, without changing a byte of it: a directory, a symbolic
-  /// link, a file of another owner or with other links, text, another program's database
-  /// ("KODD:kodd:NotARepository"), a truncated file ("sqldb:ssdb:Corrupt").
+  /// Opens or creates the file. Refuses, without changing a byte of it: what is no regular
+  /// file, text, another program's database ("KODD:kodd:NotARepository"), a truncated file
+  /// ("sqldb:ssdb:Corrupt").
+  ///
+  /// Opened for reading, every write is refused with "ReadOnly". Then a file needs no more than
+  /// the right to read it, in a folder where nothing can be made; what a killed process left in
+  /// the log is read too, unless the log has no index and none can be made ("ReadOnly").
   ///
   /// \param location  path of the file, UTF-8
   Database(std::string location, const OpenOptions& options);
@@ -92,6 +104,7 @@ class Database {
   static FileKind identify(const std::string& location, std::int32_t applicationId);
 
   const std::string& location() const { return location_; }
+  bool isReadOnly() const;
 
   /// The statement for this text, prepared once and kept; bound to nothing.
   Statement statement(std::string_view sql);
@@ -143,6 +156,11 @@ class Database {
   FileSpace space();
   /// The engine's own check of the whole file; empty when it found nothing, else its findings.
   std::vector<std::string> integrityProblems();
+
+  /// A number of the repository's that no rollback takes back, kept in the lock file: 0 for a
+  /// new file, and again when the lock file was deleted. Needs a writing unit.
+  std::uint64_t notedNumber() const;
+  void noteNumber(std::uint64_t number);
 
   /// Marks this connection as the living owner of an instance for as long as it is open.
   void holdInstance(long long instanceID);

@@ -19,7 +19,8 @@ Database::Impl::Impl(const std::string& location, const OpenOptions& options)
     : file(openFile(location, options)),
       connection(*file.connection),
       lock(*file.lock),
-      turn(connection, lock, options.busyTimeout),
+      sideFiles(connection, lock),
+      turn(connection, lock, sideFiles, options.busyTimeout),
       levels(connection, turn),
       cache(connection),
       foreignStatements(connection, options.durability),
@@ -37,9 +38,9 @@ Database::Impl::~Impl() {
     return;
   }
   rollbackAll();
-  copyLogOnClosing();
+  if (!connection.isReadOnly()) copyLogOnClosing();
   cache.clear();
-  touchFiles(file.path);
+  if (!connection.isReadOnly()) touchFiles(file.path);
 }
 
 void Database::Impl::copyLogOnClosing() noexcept {

@@ -13,6 +13,7 @@
 #include "sqldb/opening.h"
 #include "sqldb/processstate.h"
 #include "sqldb/repositorylock.h"
+#include "sqldb/sidefiles.h"
 #include "sqldb/statementcache.h"
 #include "sqldb/tracing.h"
 #include "sqldb/writeturn.h"
@@ -51,6 +52,7 @@ struct Database::Impl final : ForkParticipant {
   OpenedFile file;
   Connection& connection;
   RepositoryLock& lock;
+  SideFiles sideFiles;
   WriteTurn turn;
   Levels levels;
   StatementCache cache;

@@ -8,6 +8,8 @@ namespace sqldb {
 
 void Levels::begin(Database::Access access, std::string_view operation) {
   refuseWhenLost(operation);
+  // A unit that turns out to write nothing may do so anywhere.
+  if (connection_.isReadOnly()) access = Database::Access::read;
   if (depth_ == 0) {
     beginOutermost(access, operation);
   } else if (access == Database::Access::write && !writing_) {
@@ -19,6 +21,7 @@ void Levels::begin(Database::Access access, std::string_view operation) {
 
 void Levels::beginOutermost(Database::Access access, std::string_view operation) {
   if (access == Database::Access::read) {
+    turn_.refuseLostFiles(operation);
     if (const int code = connection_.control(Control::begin); code != SQLITE_OK) {
       connection_.raise(code, operation);
     }

@@ -17,6 +17,11 @@ struct ProcessState {
   std::vector<ForkParticipant*> participants;
   std::vector<FileIdentity> unusableFiles;
   std::map<FileIdentity, std::thread::id> writers;
+  struct Index {
+    FileIdentity identity;
+    int users = 0;
+  };
+  std::map<FileIdentity, Index> indexes;  ///< by repository file
 };
 
 // Leaked on purpose: connections that other objects with static storage own may outlive any
@@ -39,6 +44,7 @@ void afterForkInChild() {
   // The one thread of the child may carry the number of a thread that held a lock in the
   // parent.
   state().writers.clear();
+  state().indexes.clear();
   for (ForkParticipant* each : state().participants) each->abandonInChild();
   state().mutex.unlock();
 }
@@ -88,6 +94,22 @@ void setWriter(FileIdentity lockFile) {
 void clearWriter(FileIdentity lockFile) noexcept {
   const std::lock_guard guard(state().mutex);
   state().writers.erase(lockFile);
+}
+
+bool useIndex(FileIdentity file, FileIdentity index) {
+  const std::lock_guard guard(state().mutex);
+  const auto place = state().indexes.try_emplace(file, ProcessState::Index{index, 0}).first;
+  if (place->second.identity != index) return false;
+  ++place->second.users;
+  return true;
+}
+
+void giveBackIndex(FileIdentity file) noexcept {
+  const std::lock_guard guard(state().mutex);
+  const auto place = state().indexes.find(file);
+  if (place != state().indexes.end() && --place->second.users == 0) {
+    state().indexes.erase(place);
+  }
 }
 
 }  // namespace sqldb

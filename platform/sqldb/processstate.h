@@ -37,4 +37,9 @@ bool isWrittenByThisThread(FileIdentity lockFile);
 void setWriter(FileIdentity lockFile);
 void clearWriter(FileIdentity lockFile) noexcept;
 
+/// The index of a file's log that the engine uses in this process: one for all its connections.
+/// Counts a user of it. \returns false when the engine uses another one
+bool useIndex(FileIdentity file, FileIdentity index);
+void giveBackIndex(FileIdentity file) noexcept;
+
 }  // namespace sqldb

@@ -60,8 +60,10 @@ std::string quarantine(const std::string& location) {
 
 void removeFile(const std::string& location) {
   const std::string path = resolvedPath(location);
-  deleteSideFiles(path);
+  // The file goes first: without its log it would be a wreck, while side files without a file go
+  // when the next one is made.
   deleteFile(path);
+  deleteSideFiles(path);
 }
 
 }  // namespace sqldb

@@ -46,24 +46,9 @@ struct Header {
   }
   std::uint32_t pageCount() const { return big32(28); }
   bool pageCountIsCurrent() const { return big32(24) == big32(92); }
+  bool usesLog() const { return bytes[18] == 2 && bytes[19] == 2; }
   std::int32_t applicationId() const { return static_cast<std::int32_t>(big32(68)); }
 };
-
-/// A path as a URI of the engine; "immutable" keeps it from locking, recovering or creating
-/// anything.
-std::string immutableUri(const std::string& path) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string uri = "file://";
-  for (const char c : path) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (std::isalnum(byte) || c == '/' || c == '.' || c == '_') {
-      uri += c;
-    } else {
-      uri += {'%', kHex[byte >> 4], kHex[byte & 15]};
-    }
-  }
-  return uri + "?immutable=1";
-}
 
 /// The file as the engine's own file layer sees it. Going through that layer matters: closing a
 /// descriptor of our own would drop the locks of every connection this process has on the file.
@@ -101,8 +86,11 @@ class FileView {
     if (code != SQLITE_OK) fail(code);
   }
   [[noreturn]] void fail(int code) const {
-    throw kodiag::except::ExceptionWithCauses(
-        errorMessage(code, "open", path_, sqlite3_errstr(code)));
+    std::string text = sqlite3_errstr(code);
+    if (const int errnoValue = sqlite3_system_errno(connection_.get()); errnoValue != 0) {
+      text += ": " + std::generic_category().message(errnoValue);
+    }
+    throw kodiag::except::ExceptionWithCauses(errorMessage(code, "open", path_, text));
   }
 
   std::string path_;
@@ -113,33 +101,25 @@ class FileView {
 /// Why a directory entry cannot be a repository of ours; empty when it can.
 std::string unsuitability(const struct stat& status) {
   if (S_ISDIR(status.st_mode)) return "it is a directory";
-  if (S_ISLNK(status.st_mode)) return "it is a symbolic link";
+  if (S_ISLNK(status.st_mode)) return "it is a symbolic link that leads nowhere or is not followed here";
   if (!S_ISREG(status.st_mode)) return "it is not a regular file";
-  if (status.st_uid != geteuid()) return "it belongs to another user";
-  if (status.st_nlink != 1) return "it has other links";
-  if ((status.st_mode & S_IWOTH) != 0) return "everybody can write to it";
   return {};
 }
 
-std::uint64_t sizeOrZero(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+void refuseImpossibleHeader(const Header& header, const std::string& path) {
+  if (header.present < kHeaderBytes) raiseDamaged(path, "the file ends within its header");
+  if (!std::has_single_bit(header.pageBytes()) || header.pageBytes() < 512) {
+    raiseDamaged(path, "the page size in its header is impossible");
+  }
 }
 
-std::string damage(const FileView& file, const Header& header, const std::string& path) {
-  if (header.present < kHeaderBytes) return "the file ends within its header";
-  if (!std::has_single_bit(header.pageBytes()) || header.pageBytes() < 512) {
-    return "the page size in its header is impossible";
-  }
+std::string truncationOf(const FileView& file, const Header& header, const std::string& path) {
   // While a log or a journal holds pages, the length of the main file says nothing. They are
   // looked at before the length: they are emptied only when the main file is whole.
   if (sizeOrZero(path + kLogSuffix) > 0 || sizeOrZero(path + kJournalSuffix) > 0) return {};
   const std::uint64_t promised = std::uint64_t{header.pageCount()} * header.pageBytes();
-  if (header.pageCountIsCurrent() && file.size() < promised) {
-    return "it has " + std::to_string(file.size()) + " of " + std::to_string(promised) +
-           " bytes";
-  }
-  return {};
+  if (!header.pageCountIsCurrent() || file.size() >= promised) return {};
+  return "it has " + std::to_string(file.size()) + " of " + std::to_string(promised) + " bytes";
 }
 
 }  // namespace
@@ -151,7 +131,25 @@ void raiseSystemError(int errnoValue, const char* operation, const std::string& 
                  {"Reason", std::generic_category().message(errnoValue)}});
 }
 
-std::string resolvedPath(const std::string& location) {
+void raiseDamaged(const std::string& path, const std::string& reason) {
+  throw kodiag::except::ExceptionWithCauses(errorMessage(SQLITE_CORRUPT, "open", path, reason));
+}
+
+std::string immutableUri(const std::string& path) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string uri = "file://";
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) || c == '/' || c == '.' || c == '_') {
+      uri += c;
+    } else {
+      uri += {'%', kHex[byte >> 4], kHex[byte & 15]};
+    }
+  }
+  return uri + "?immutable=1";
+}
+
+std::string resolvedPath(const std::string& location, LastLink last) {
   namespace fs = std::filesystem;
   if (location.empty() || location.find('\0') != std::string::npos) {
     raiseSystemError(EINVAL, "open", location);
@@ -159,6 +157,11 @@ std::string resolvedPath(const std::string& location) {
   std::error_code error;
   const fs::path absolute = fs::absolute(location, error);
   fs::path folder;
+  if (!error && last == LastLink::follow) {
+    std::error_code nowhere;
+    const fs::path followed = fs::canonical(absolute, nowhere);
+    if (!nowhere) return followed.string();
+  }
   if (!error) folder = fs::weakly_canonical(absolute.parent_path(), error);
   if (error) raiseSystemError(error.value(), "open", location);
   return (folder / absolute.filename()).string();
@@ -178,31 +181,35 @@ std::string repositoryBeside(const std::string& path) {
   return {};
 }
 
+std::uint64_t sizeOrZero(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
 Finding inspectFile(const std::string& path, std::int32_t applicationId) {
   if (!repositoryBeside(path).empty()) {
-    return {FileKind::foreign, "its name is that of a file beside another repository"};
+    return {
+        FileKind::foreign, "its name is that of a file beside another repository", false, {}};
   }
   struct stat status {};
   if (lstat(path.c_str(), &status) != 0) {
-    if (errno == ENOENT) return {FileKind::absent, {}};
+    if (errno == ENOENT) return {};
     raiseSystemError(errno, "open", path);
   }
   if (std::string reason = unsuitability(status); !reason.empty()) {
-    return {FileKind::foreign, std::move(reason)};
+    return {FileKind::foreign, std::move(reason), false, {}};
   }
-  if (status.st_size == 0) return {FileKind::absent, {}};
+  if (status.st_size == 0) return {};
 
   const FileView file(path);
   const Header header = file.header();
-  if (!header.startsLikeADatabase()) return {FileKind::foreign, "it is not a database"};
+  if (!header.startsLikeADatabase())
+    return {FileKind::foreign, "it is not a database", false, {}};
   if (header.present == kHeaderBytes && header.applicationId() != applicationId) {
-    return {FileKind::foreign, "it is the database of another program"};
+    return {FileKind::foreign, "it is the database of another program", false, {}};
   }
-  if (const std::string found = damage(file, header, path); !found.empty()) {
-    throw kodiag::except::ExceptionWithCauses(
-        errorMessage(SQLITE_CORRUPT, "open", path, found));
-  }
-  return {FileKind::ours, {}};
+  refuseImpossibleHeader(header, path);
+  return {FileKind::ours, {}, header.usesLog(), truncationOf(file, header, path)};
 }
 
 bool beginsLikeADatabase(const std::string& location) {

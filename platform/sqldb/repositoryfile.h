@@ -27,18 +27,34 @@ inline constexpr const char* kLockSuffix = "-lock";
 /// repository may have such a name: the engine would take it for the other's log or journal.
 std::string repositoryBeside(const std::string& path);
 
-/// The absolute path with links in its folders resolved; a link in the last place stays as it
-/// is.
-std::string resolvedPath(const std::string& location);
+enum class LastLink { keep, follow };
+
+/// The absolute path with links in its folders resolved; one in the last place as asked for. A
+/// link that leads nowhere stays as it is.
+std::string resolvedPath(const std::string& location, LastLink last = LastLink::keep);
+
+/// A path as a URI of the engine; "immutable" keeps it from locking, recovering or creating
+/// anything.
+std::string immutableUri(const std::string& path);
 
 /// Nothing when the path leads nowhere.
 std::optional<FileIdentity> fileIdentity(const std::string& path);
 
+/// Bytes of a file; 0 when there is none.
+std::uint64_t sizeOrZero(const std::string& path);
+
 struct Finding {
-  FileKind kind;
+  FileKind kind = FileKind::absent;
   /// Why the file is foreign, for the message; empty otherwise.
   std::string reason;
+  /// Whether the file's changes go to a log.
+  bool usesLog = false;
+  /// How much of the file is missing, for the message; empty when nothing is. Of no meaning
+  /// while a process has the file open: its log may have been removed.
+  std::string truncation;
 };
+
+[[noreturn]] void raiseDamaged(const std::string& path, const std::string& reason);
 
 /// Looks at the file through the engine, without locks, logs or recovery, so that nothing
 /// changes. \throws as Database::identify

@@ -3,6 +3,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -23,9 +25,24 @@ class RepositoryLock {
   /// Opens the lock file, creating it, and announces that the repository is open here.
   /// \throws "RepositoryBusy" when somebody is moving the repository away
   RepositoryLock(const std::string& path, Milliseconds timeout);
+  /// The same for one that only reads: makes no lock file where there is none or it cannot be
+  /// written, and is then known to nobody. It can take no lock but that.
+  static std::unique_ptr<RepositoryLock> forReading(const std::string& path,
+                                                    Milliseconds timeout);
   ~RepositoryLock();
   RepositoryLock(const RepositoryLock&) = delete;
   RepositoryLock& operator=(const RepositoryLock&) = delete;
+
+  /// Announces that this connection uses the log.
+  void noteConnected();
+  /// Whether another connection uses a log.
+  bool areOthersConnected() const;
+  /// Whether newcomers still find this lock file.
+  bool isInPlace() const { return !file_ || file_->isStillAtPath(); }
+
+  /// A number in the lock file, which no rollback takes back. Needs the write lock.
+  std::uint64_t notedNumber() const;
+  void noteNumber(std::uint64_t number);
 
   /// Takes the write lock; nested calls count. \throws "RepositoryBusy"
   void acquireWrite(std::string_view operation, Milliseconds timeout);
@@ -42,11 +59,13 @@ class RepositoryLock {
   void closeAfterFork() noexcept;
 
  private:
+  RepositoryLock(const std::string& path, std::optional<host::FileLock> file);
+
   bool waitForWrite(Milliseconds timeout);
   [[noreturn]] void raiseBusy(std::string_view operation, const std::string& reason) const;
 
   std::string path_;
-  host::FileLock file_;
+  std::optional<host::FileLock> file_;  ///< none for a reader where there is none
   FileIdentity identity_;
   int writeDepth_ = 0;
   std::set<std::uint64_t> instanceBytes_;

@@ -32,16 +32,30 @@ int notePages(void* pages, sqlite3*, const char*, int pagesInLog) {
 
 }  // namespace
 
+bool copyLog(Connection& connection, int waitMilliseconds) {
+  const EngineWait wait(connection.handle(), waitMilliseconds);
+  int inLog = -1;
+  int copied = -1;
+  const int code = sqlite3_wal_checkpoint_v2(connection.handle(), "main",
+                                             SQLITE_CHECKPOINT_TRUNCATE, &inLog, &copied);
+  if (code == SQLITE_OK) return true;
+  if ((code & 0xff) != SQLITE_BUSY) connection.raise(code, "checkpoint");
+  // Readers may keep the log from being emptied even when all of it has been copied.
+  return inLog >= 0 && inLog == copied;
+}
+
 WriteAheadLog::WriteAheadLog(Connection& connection)
     : connection_(connection), nextCopy_(kPagesBetweenCopies) {
   sqlite3_wal_hook(connection.handle(), notePages, &pages_);
 }
 
-void WriteAheadLog::afterCommit() {
+bool WriteAheadLog::isLong() {
   // Far below the mark: the log has begun anew, here or in another process.
   if (pages_ + kPagesBetweenCopies < nextCopy_) nextCopy_ = kPagesBetweenCopies;
-  if (pages_ < nextCopy_) return;
+  return pages_ >= nextCopy_;
+}
 
+void WriteAheadLog::copySome() {
   sqlite3* handle = connection_.handle();
   sqlite3_wal_checkpoint_v2(handle, "main", SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
   if (pages_ > kPagesOfALongLog) {
@@ -51,18 +65,6 @@ void WriteAheadLog::afterCommit() {
   // A reader may hold the log in place; trying again at every commit would cost more than it
   // gains.
   nextCopy_ = pages_ + kPagesBetweenCopies;
-}
-
-bool WriteAheadLog::copyAll(int waitMilliseconds) {
-  const EngineWait wait(connection_.handle(), waitMilliseconds);
-  int inLog = -1;
-  int copied = -1;
-  const int code = sqlite3_wal_checkpoint_v2(connection_.handle(), "main",
-                                             SQLITE_CHECKPOINT_TRUNCATE, &inLog, &copied);
-  if (code == SQLITE_OK) return true;
-  if ((code & 0xff) != SQLITE_BUSY) connection_.raise(code, "checkpoint");
-  // Readers may keep the log from being emptied even when all of it has been copied.
-  return inLog >= 0 && inLog == copied;
 }
 
 }  // namespace sqldb

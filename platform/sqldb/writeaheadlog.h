@@ -5,6 +5,10 @@
 
 namespace sqldb {
 
+/// Copies all of the log into the file and empties it; needs the write lock. \returns false
+/// when readers keep part of it from the file
+bool copyLog(Connection& connection, int waitMilliseconds);
+
 /// Watches how long the log of one connection's file gets, and keeps it short.
 ///
 /// The engine's own automatic checkpoint is off: between processes it can meet another one's
@@ -16,12 +20,12 @@ class WriteAheadLog {
   WriteAheadLog(const WriteAheadLog&) = delete;
   WriteAheadLog& operator=(const WriteAheadLog&) = delete;
 
-  /// After a commit: copies the log when it has become long. Failures are left for the next
-  /// time, since the commit itself is done.
-  void afterCommit();
-  /// Copies all of the log and empties it. \returns false when readers keep part of it from the
-  /// file
-  bool copyAll(int waitMilliseconds);
+  /// Whether it is time to copy the log, after a commit.
+  bool isLong();
+  /// Copies what readers do not need. Failures are left for the next time, since the commit
+  /// itself is done.
+  void copySome();
+  bool copyAll(int waitMilliseconds) { return copyLog(connection_, waitMilliseconds); }
   /// Whether this connection has committed anything.
   bool hasWritten() const { return pages_ > 0; }
 

@@ -37,26 +37,6 @@ TEST_F(OpeningTest, RefusesWhatIsNotOursWithoutATrace) {
       {"large text", [&](auto& f) { writeBytes(f, std::string(100'000, 'a')); }, notOurs},
       {"directory", [&](auto& f) { std::filesystem::create_directory(f); }, notOurs},
       {"link to nothing", [&](auto& f) { std::filesystem::create_symlink("no", f); }, notOurs},
-      {"link to a repository",
-       [&](auto& f) {
-         createClosed(path("target.dmr"));
-         std::filesystem::create_symlink(path("target.dmr"), f);
-       },
-       notOurs},
-      {"second hard link",
-       [&](auto& f) {
-         createClosed(f);
-         withoutLockFile(f);
-         std::filesystem::create_hard_link(f, path("second"));
-       },
-       notOurs},
-      {"writable by everybody",
-       [&](auto& f) {
-         createClosed(f);
-         withoutLockFile(f);
-         chmod(f.c_str(), 0666);
-       },
-       notOurs},
       {"pipe", [&](auto& f) { mkfifo(f.c_str(), 0600); }, notOurs},
       {"foreign database",
        [&](auto& f) {
@@ -116,6 +96,105 @@ TEST_F(OpeningTest, RefusesWhatIsNotOursWithoutATrace) {
     EXPECT_EQ(idRaisedBy([&] { Database db(path(), options()); }), c.id);
     EXPECT_EQ(snapshot(), before);
   }
+}
+
+TEST_F(OpeningTest, OpensThroughLinksAndWithWhateverRights) {
+  createClosed(path());
+  std::filesystem::create_symlink("runs.dmr", path("link.dmr"));
+  {
+    Database db(path("link.dmr"), options());
+    Database same(path(), options());
+    insert(db, -1);
+    EXPECT_EQ(same.queryText("SELECT min(v) FROM t"), "-1");
+    EXPECT_FALSE(std::filesystem::exists(path("link.dmr-lock")));
+  }
+  OpenOptions shared = options();
+  shared.followLink = false;
+  EXPECT_EQ(idRaisedBy([&] { Database db(path("link.dmr"), shared); }),
+            "KODD:kodd:NotARepository");
+  chmod(path().c_str(), 0666);
+  std::filesystem::create_hard_link(path(), path("second"));
+  EXPECT_EQ(Database(path("second"), options()).queryText("SELECT min(v) FROM t"), "-1");
+}
+
+class ReadingTest : public OpeningTest {
+ protected:
+  static OpenOptions reading() {
+    OpenOptions result = options();
+    result.access = FileAccess::read;
+    return result;
+  }
+  /// Somebody who may read the files but change nothing reads the rows, and leaves no trace.
+  /// \returns the rows, or the ID of what was raised
+  std::string readByStranger() {
+    namespace fs = std::filesystem;
+    const auto before = snapshot();
+    for (const auto& entry : fs::directory_iterator(folder_)) chmod(entry.path().c_str(), 0444);
+    fs::remove(path("answer"));
+    const int answer = open(path("answer").c_str(), O_CREAT | O_RDWR, 0600);
+    chmod(folder_.c_str(), 0555);
+    EXPECT_EQ(exitCodeOf(inChild([&] {
+                std::string text;
+                if (geteuid() == 0 && seteuid(65534) != 0) return 2;
+                const std::string id = idRaisedBy([&] {
+                  Database db(path(), reading());
+                  text = values(db);
+                  Unit unit(db, Database::Access::write, "a unit that writes nothing");
+                  unit.commit();
+                  if (idRaisedBy([&] { insert(db, 1); }) != "KODD:kodd:ReadOnly") text += "!";
+                });
+                if (!id.empty()) text = id;
+                return pwrite(answer, text.data(), text.size(), 0) < 0 ? 1 : 0;
+              })),
+              0);
+    chmod(folder_.c_str(), 0755);
+    close(answer);
+    const std::string text = bytesOf(path("answer"));
+    fs::remove(path("answer"));
+    for (const auto& entry : fs::directory_iterator(folder_)) chmod(entry.path().c_str(), 0600);
+    EXPECT_EQ(snapshot(), before);
+    return text;
+  }
+  void removeBeside(std::initializer_list<const char*> suffixes) {
+    for (const char* suffix : suffixes) std::filesystem::remove(path() + suffix);
+  }
+};
+
+TEST_F(ReadingTest, NeedsNoMoreThanTheRightToRead) {
+  {
+    Database db(path(), options());
+    createTable(db);
+    insert(db, 5);
+  }
+  EXPECT_EQ(readByStranger(), "5") << "with side files";
+  removeBeside({"-wal", "-shm", "-lock"});
+  EXPECT_EQ(readByStranger(), "5") << "alone";
+  std::filesystem::remove(path());
+  leaveKilledWriter(path(), kTestApplication);
+  EXPECT_EQ(readByStranger(), "7") << "with a log to recover";
+  {
+    Database living(path(), options());
+    insert(living, 8);
+    EXPECT_EQ(readByStranger(), "7 8") << "beside a living writer";
+  }
+  std::filesystem::remove(path());
+  leaveKilledWriter(path(), kTestApplication);
+  removeBeside({"-shm"});
+  EXPECT_EQ(readByStranger(), "KODD:kodd:ReadOnly") << "with a log that cannot be read";
+}
+
+TEST_F(ReadingTest, SeesWhatOthersCommitAndMakesNothing) {
+  EXPECT_EQ(idRaisedBy([&] { Database db(path(), reading()); }), "KODD:kodd:IOError");
+  writeBytes(path("empty"), "");
+  EXPECT_EQ(idRaisedBy([&] { Database db(path("empty"), reading()); }),
+            "KODD:kodd:NotARepository");
+  Database writer(path(), options());
+  createTable(writer);
+  Database reader(path(), reading());
+  insert(writer, 3);
+  EXPECT_EQ(values(reader), "3");
+  EXPECT_EQ(idRaisedBy([&] { insert(reader, 4); }), "KODD:kodd:ReadOnly");
+  EXPECT_EQ(idRaisedBy([&] { reader.checkpoint(); }), "KODD:kodd:ReadOnly");
 }
 
 TEST_F(OpeningTest, IdentifiesAFileWithoutATrace) {
