@@ -42,6 +42,9 @@ void IdAllocator::reserve(const ClassInfo& cls) {
   uncommitted_.reserve(uncommitted_.size() + 1);
   if (!reclaimOrphan(cls)) {
     const int block = freshBlock();
+    // First: the row goes with the unit that is undone, and IDs of it may be in somebody's
+    // hands.
+    database_.noteNumber(static_cast<std::uint64_t>(block));
     insertBlock(block, cls);
     highestBlock_ = block;
     state(cls) = {block, kBlockSize, 0};
@@ -70,7 +73,10 @@ bool IdAllocator::insertBlock(int block, const ClassInfo& cls) {
 int IdAllocator::freshBlock() const {
   sqldb::Statement query = database_.statement("SELECT coalesce(max(b),0) FROM kodd_blocks");
   query.step();
-  const long long stored = query.int64(0);
+  // A number that no block can have does not come from us.
+  const std::uint64_t noted = database_.notedNumber();
+  const long long stored = std::max<long long>(
+      query.int64(0), noted <= kLastBlock ? static_cast<long long>(noted) : 0);
   if (stored >= kLastBlock || highestBlock_ >= kLastBlock) {
     kodiag::raise({"KODD:kodd", "OutOfIDs"}, {{"Location", database_.location()}});
   }

@@ -13,10 +13,11 @@ namespace kodd {
 
 /// Hands out IDs from blocks of 256 that the file keeps per class: the ID is block * 256 + n.
 ///
-/// A block belongs to the process that reserved it for as long as its session lives. An ID that
-/// was taken in a level that is later undone is not given again by this process; a block
-/// reserved in such a level is gone from the file and is reserved anew, under the same number
-/// when that is still free. So IDs of one class rise in the order of creation.
+/// A block belongs to the process that reserved it for as long as its session lives, and no
+/// other process ever gets it: the highest number is noted beside the file, where no rollback
+/// undoes it. An ID that was taken in a level that is later undone is not given again; a block
+/// reserved in such a level is gone from the file and is reserved anew. So IDs of one class
+/// rise in the order of creation.
 class IdAllocator {
  public:
   static constexpr int kBlockSize = 256;      // Stored in every ID; never change.
