@@ -42,6 +42,9 @@ std::size_t bufferBytes(std::uint64_t size) {
 
 ByteSource::ByteSource(const std::filesystem::path& path)
     : name_(displayName(path)), size_(sizeOfRegularFile(path, name_)) {
+  if (path.native().find('\0') != std::string::npos) {
+    raiseCannotRead(name_, "the file name holds a character 0");
+  }
   errno = 0;
   stream_ = std::make_unique<std::ifstream>(path, std::ios::binary);
   if (!*stream_) raiseCannotRead(name_, std::strerror(errno));

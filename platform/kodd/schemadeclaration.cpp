@@ -1,6 +1,7 @@
 #include "kodd/schemadeclaration.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -189,12 +190,20 @@ void raiseSchemaError(const std::string& file, const std::string& reason) {
 }
 
 std::string readSchemaBytes(const std::string& file) {
+  if (file.find('\0') != std::string::npos) {
+    raiseSchemaError(file, "the file name holds a character 0");
+  }
   std::error_code error;
-  std::ifstream stream;
   // The stream would open a folder as well, and throw when it reads from it.
-  if (std::filesystem::is_regular_file(file, error)) stream.open(file, std::ios::binary);
+  if (!std::filesystem::is_regular_file(file, error)) {
+    raiseSchemaError(file, error ? error.message() : "it is no regular file");
+  }
+  errno = 0;
+  std::ifstream stream(file, std::ios::binary);
   std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  if (!stream.is_open() || stream.bad()) raiseSchemaError(file, "it cannot be read");
+  if (!stream.is_open() || stream.bad()) {
+    raiseSchemaError(file, std::generic_category().message(errno != 0 ? errno : EIO));
+  }
   return bytes;
 }
 

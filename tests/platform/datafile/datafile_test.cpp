@@ -159,6 +159,9 @@ TEST_F(DataFileTest, RefusesWhatCannotBeWritten) {
   EXPECT_EQ(raisedBy([&] { DataFileWriter writer(path("absent/x")); }), kCannotWrite);
   EXPECT_EQ(raisedBy([&] { DataFileWriter writer(path("absent/../x")); }), kCannotWrite);
   EXPECT_EQ(raisedBy([&] { DataFileWriter writer(folder_.path().string()); }), kCannotWrite);
+  const std::string withZero = path("a") + std::string("\0b", 2);
+  EXPECT_EQ(raisedBy([&] { DataFileWriter(withZero).commit(); }), kCannotWrite);
+  EXPECT_FALSE(std::filesystem::exists(path("a")));
   fs::create_symlink("elsewhere", path("link"));
   EXPECT_EQ(raisedBy([&] { DataFileWriter writer(path("link")); }), kCannotWrite);
   DataFileWriter writer(path());
