@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "formats/encoding.h"
+#include "host/interrupt.h"
 #include "kodiag/message.h"
 
 namespace formats {
@@ -48,6 +49,7 @@ ByteSource::ByteSource(const std::filesystem::path& path)
   errno = 0;
   stream_ = std::make_unique<std::ifstream>(path, std::ios::binary);
   if (!*stream_) raiseCannotRead(name_, std::strerror(errno));
+  sum_.emplace();
   buffer_.resize(bufferBytes(size_));
 }
 
@@ -61,10 +63,12 @@ ByteSource::ByteSource(std::string name, std::string bytes)
 bool ByteSource::fill() {
   if (at_ < end_) return true;
   if (!stream_->good()) return false;
+  host::stopIfInterrupted("read \"" + name_ + "\"");
   stream_->read(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
   if (stream_->bad()) raiseReadError();
   at_ = 0;
   end_ = static_cast<std::size_t>(stream_->gcount());
+  if (sum_) sum_->add({buffer_.data(), end_});
   return end_ > 0;
 }
 
@@ -102,13 +106,12 @@ std::size_t ByteSource::read(std::span<char> bytes) {
   return done;
 }
 
-void ByteSource::seek(std::uint64_t offset, std::uint64_t line) {
-  stream_->clear();
-  stream_->seekg(static_cast<std::streamoff>(offset));
-  if (!*stream_) raiseReadError();
-  at_ = end_ = 0;
-  offset_ = offset;
-  line_ = line;
+Content ByteSource::readToEnd() {
+  while (fill()) {
+    offset_ += end_ - at_;
+    at_ = end_;
+  }
+  return {offset_, sum_.value().hexadecimal()};
 }
 
 std::string displayName(const std::filesystem::path& path) {

@@ -6,10 +6,21 @@
 #include <filesystem>
 #include <istream>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
+#include "formats/sha256.h"
+
 namespace formats {
+
+/// All that a file held while it was read.
+struct Content {
+  std::uint64_t bytes = 0;
+  std::string sha256;  ///< 64 lower-case hexadecimal digits
+
+  bool operator==(const Content&) const = default;
+};
 
 class ByteSource {
  public:
@@ -35,8 +46,8 @@ class ByteSource {
   Line readLine(std::string& line);
   /// Fills `bytes` as far as the file goes; the number of bytes read.
   std::size_t read(std::span<char> bytes);
-  /// \pre `line` is the number of the line that ends before `offset`
-  void seek(std::uint64_t offset, std::uint64_t line);
+  /// Passes over what is left; what all bytes from the first were. Once, of a file.
+  Content readToEnd();
 
  private:
   bool fill();
@@ -47,6 +58,7 @@ class ByteSource {
   std::uint64_t size_ = 0;
   std::uint64_t offset_ = 0;
   std::uint64_t line_ = 0;
+  std::optional<Sha256> sum_;  ///< of a file: all bytes that ever were in buffer_
   std::string buffer_;
   std::size_t at_ = 0;   ///< next byte in buffer_
   std::size_t end_ = 0;  ///< end of what buffer_ holds

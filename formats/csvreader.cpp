@@ -86,13 +86,13 @@ class CsvBlock {
 
 class CsvReader : public Reader {
  public:
-  CsvReader(const std::filesystem::path& path, const FileHead& head, const ReadOptions& options)
-      : path_(path), name_(head.name) {
+  CsvReader(SteadyFile file, const FileHead& head, const ReadOptions& options)
+      : Reader(std::move(file)), name_(head.name) {
     plan_.layout = findCsvLayout(head, options);
   }
 
-  const Summary& describe() override {
-    if (isDescribed_) return summary_;
+ private:
+  Summary check() override {
     planColumns();
     RunInfo run = describeRun();
     ReadReport report = notedReport_;
@@ -104,16 +104,13 @@ class CsvReader : public Reader {
     });
     if (run.rows == 0) raiseNoRows(report);
     report.rows = run.rows;
-    summary_ = {"CSV", details(), {run}, report};
-    isDescribed_ = true;
-    return summary_;
+    return {"CSV", details(), {run}, report, {}};
   }
 
-  ReadReport read(Sink& sink) override {
-    describe();
+  ReadReport yield(const Summary& summary, Sink& sink) override {
     ReadReport report = notedReport_;
     CsvBlock block(plan_);
-    sink.beginRun(summary_.runs.front());
+    sink.beginRun(summary.runs.front());
     walk(report, [&](const CsvRowReader& row) {
       ++report.rows;
       block.add(row.time(), row.cells());
@@ -124,12 +121,11 @@ class CsvReader : public Reader {
     return report;
   }
 
- private:
   /// Calls `take(records)` for every record of data, `drop(line, reason)` for every one that is
   /// none.
   template <class Take, class Drop>
   void forEachRecord(const Take& take, const Drop& drop) {
-    CsvRecords records(ByteSource(path_), plan_.layout.delimiter);
+    CsvRecords records(file().open(), plan_.layout.delimiter);
     for (std::size_t leading = plan_.layout.leadingRecords();;) {
       switch (records.next()) {
         case CsvRecords::Outcome::kRecord:
@@ -148,6 +144,7 @@ class CsvReader : public Reader {
         case CsvRecords::Outcome::kTooLong:
           raiseBrokenCsv(name_, records.line(), "the line has no end");
         case CsvRecords::Outcome::kEnd:
+          file().endPass(records.source());
           return;
       }
     }
@@ -231,7 +228,7 @@ class CsvReader : public Reader {
     }
     if (signals->empty()) raiseBrokenCsv(name_, 1, "no column but that of time holds numbers");
     RunInfo run;
-    run.name = displayName(path_.stem());
+    run.name = displayName(file().path().stem());
     run.axis = axis();
     run.signals = std::move(signals);
     return run;
@@ -265,19 +262,16 @@ class CsvReader : public Reader {
     raiseBrokenCsv(name_, plan_.layout.leadingRecords() + 1, "it has no row of data");
   }
 
-  std::filesystem::path path_;
   std::string name_;
   CsvPlan plan_;
-  bool isDescribed_ = false;
-  Summary summary_;
   ReadReport notedReport_;  ///< what is odd about the columns, rows not counted
 };
 
 }  // namespace
 
-std::unique_ptr<Reader> openCsvReader(const std::filesystem::path& path, const FileHead& head,
+std::unique_ptr<Reader> openCsvReader(SteadyFile file, const FileHead& head,
                                       const ReadOptions& options) {
-  return std::make_unique<CsvReader>(path, head, options);
+  return std::make_unique<CsvReader>(std::move(file), head, options);
 }
 
 }  // namespace formats

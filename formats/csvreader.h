@@ -11,7 +11,7 @@ namespace formats {
 
 /// \param head  the first bytes of the file
 /// \throws ExceptionWithCauses "VELA:vela:InvalidReadOption", "VELA:vela:BrokenCsvFile"
-std::unique_ptr<Reader> openCsvReader(const std::filesystem::path& path, const FileHead& head,
+std::unique_ptr<Reader> openCsvReader(SteadyFile file, const FileHead& head,
                                       const ReadOptions& options);
 
 }  // namespace formats

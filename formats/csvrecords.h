@@ -34,7 +34,7 @@ class CsvRecords {
   std::uint64_t line() const { return line_; }
   /// Fields of the record last read, without their quotes; valid until next().
   const std::vector<std::string_view>& fields() const { return fields_; }
-  const ByteSource& source() const { return source_; }
+  ByteSource& source() { return source_; }
 
  private:
   enum class Field { kGood, kMalformed, kUnclosed };

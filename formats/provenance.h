@@ -16,8 +16,8 @@ struct Provenance {
   std::string options;  ///< as optionsText()
 };
 
-/// Reads the whole file once, in bounded memory.
-/// \throws ExceptionWithCauses "VELA:vela:CannotReadFile"
-Provenance provenanceOf(const std::filesystem::path& path, const ReadOptions& options);
+/// \param summary  of the reader that read the file with these options
+Provenance provenanceOf(const std::filesystem::path& path, const Summary& summary,
+                        const ReadOptions& options);
 
 }  // namespace formats

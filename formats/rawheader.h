@@ -18,6 +18,8 @@ namespace formats {
 struct RawVariable {
   std::string name;
   std::string type;  ///< "voltage", as the file spells it
+
+  bool operator==(const RawVariable&) const = default;
 };
 
 struct RawPlot {
@@ -32,6 +34,7 @@ struct RawPlot {
   std::uint64_t dataOffset = 0;  ///< byte after the header
   std::uint64_t dataLine = 0;    ///< number of the header's last line
 
+  bool operator==(const RawPlot&) const = default;
   std::uint64_t rowBytes() const {
     return variables.size() * (isComplex ? 2 * sizeof(double) : sizeof(double));
   }

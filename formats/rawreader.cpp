@@ -1,6 +1,7 @@
 #include "formats/rawreader.h"
 
 #include <algorithm>
+#include <iterator>
 #include <type_traits>
 #include <utility>
 
@@ -176,53 +177,45 @@ class BlockColumns {
 
 class RawReader : public Reader {
  public:
-  explicit RawReader(const std::filesystem::path& path) : source_(path) {}
-
-  const Summary& describe() override {
-    if (!isDescribed_) check();
-    isDescribed_ = true;
-    return summary_;
-  }
-
-  ReadReport read(Sink& sink) override {
-    describe();
-    for (const CheckedPlot& plot : plots_) readPlot(plot, sink);
-    return summary_.report;
-  }
+  explicit RawReader(SteadyFile file) : Reader(std::move(file)) {}
 
  private:
-  void check() {
+  Summary check() override {
     plots_.clear();
-    summary_ = {};
-    summary_.format = "circuit-simulator raw file";
-    source_.seek(0, 0);
-    while (std::optional<RawPlot> plot = readRawHeader(source_)) checkPlot(std::move(*plot));
-    if (plots_.empty()) raiseBrokenRawLine(source_, "it holds no points");
+    Summary summary;
+    summary.format = "circuit-simulator raw file";
+    ByteSource source = file().open();
+    while (std::optional<RawPlot> plot = readRawHeader(source)) {
+      checkPlot(std::move(*plot), source, summary);
+    }
+    if (plots_.empty()) raiseBrokenRawLine(source, "it holds no points");
+    file().endPass(source);
+    return summary;
   }
 
-  void checkPlot(RawPlot plot) {
-    noteWhatIsOdd(plot);
+  void checkPlot(RawPlot plot, ByteSource& source, Summary& summary) {
+    noteWhatIsOdd(plot, summary.report);
     const AxisInfo scale = axisOf(plot);
-    ScaleCheck check(source_, plot, scale.kind);
-    const std::unique_ptr<RawRows> rows = openRawRows(source_, plot);
+    ScaleCheck check(source, plot, scale.kind);
+    const std::unique_ptr<RawRows> rows = openRawRows(source, plot);
     readBlocks(plot, *rows, plot.points, [&](std::uint64_t) { check.add(values_, *rows); });
     if (plot.points == 0) return;
-    summary_.report.rows += plot.points;
+    summary.report.rows += plot.points;
     const bool scaleIsSignal = scale.kind == AxisKind::kPoint || !check.finder().ordersPoints();
-    const std::vector<RunInfo> runs = runsOf(plot, scale, check.finder(), scaleIsSignal);
-    plots_.push_back({std::move(plot), scaleIsSignal, summary_.runs.size(), runs.size()});
-    summary_.runs.insert(summary_.runs.end(), runs.begin(), runs.end());
+    std::vector<RunInfo> runs = runsOf(plot, scale, check.finder(), scaleIsSignal);
+    plots_.push_back({std::move(plot), scaleIsSignal, summary.runs.size(), runs.size()});
+    std::ranges::move(runs, std::back_inserter(summary.runs));
   }
 
-  void noteWhatIsOdd(const RawPlot& plot) {
+  static void noteWhatIsOdd(const RawPlot& plot, ReadReport& report) {
     if (plot.points == 0) {
-      summary_.report.notice(plot.dataLine, "the plot \"" + plot.plotName + "\" has no points");
+      report.notice(plot.dataLine, "the plot \"" + plot.plotName + "\" has no points");
     }
     for (const RawVariable& variable : plot.variables) {
       if (unitOfRawType(variable.type)) continue;
-      summary_.report.notice(plot.dataLine, "variable \"" + variable.name +
-                                                "\" has the unknown type \"" + variable.type +
-                                                "\" and gets no unit");
+      report.notice(plot.dataLine, "variable \"" + variable.name +
+                                       "\" has the unknown type \"" + variable.type +
+                                       "\" and gets no unit");
     }
   }
 
@@ -240,11 +233,31 @@ class RawReader : public Reader {
     }
   }
 
-  void readPlot(const CheckedPlot& plot, Sink& sink) {
-    source_.seek(plot.header.dataOffset, plot.header.dataLine);
-    const std::unique_ptr<RawRows> rows = openRawRows(source_, plot.header);
+  ReadReport yield(const Summary& summary, Sink& sink) override {
+    ByteSource source = file().open();
+    for (const CheckedPlot& plot : plots_) {
+      passToPlot(plot, source);
+      const auto runs = std::span(summary.runs).subspan(plot.firstRun, plot.runCount);
+      yieldPlot(plot, runs, source, sink);
+    }
+    file().endPass(source);
+    return summary.report;
+  }
+
+  /// Reads on to the first point of the plot; those between hold none.
+  void passToPlot(const CheckedPlot& plot, ByteSource& source) const {
+    std::optional<RawPlot> header;
+    do {
+      header = readRawHeader(source);
+    } while (header && header->points == 0);
+    if (header != plot.header) file().raiseChanged("reading it again gave another header");
+  }
+
+  void yieldPlot(const CheckedPlot& plot, std::span<const RunInfo> runs, ByteSource& source,
+                 Sink& sink) {
+    const std::unique_ptr<RawRows> rows = openRawRows(source, plot.header);
     BlockColumns block(plot);
-    for (const RunInfo& run : std::span(summary_.runs).subspan(plot.firstRun, plot.runCount)) {
+    for (const RunInfo& run : runs) {
       sink.beginRun(run);
       readBlocks(plot.header, *rows, run.rows, [&](std::uint64_t done) {
         block.set(values_, done);
@@ -254,17 +267,14 @@ class RawReader : public Reader {
     }
   }
 
-  ByteSource source_;
-  bool isDescribed_ = false;
-  Summary summary_;
   std::vector<CheckedPlot> plots_;
   std::vector<double> values_;  ///< the rows of one block, row by row
 };
 
 }  // namespace
 
-std::unique_ptr<Reader> openRawReader(const std::filesystem::path& path) {
-  return std::make_unique<RawReader>(path);
+std::unique_ptr<Reader> openRawReader(SteadyFile file) {
+  return std::make_unique<RawReader>(std::move(file));
 }
 
 }  // namespace formats

@@ -8,6 +8,6 @@
 
 namespace formats {
 
-std::unique_ptr<Reader> openRawReader(const std::filesystem::path& path);
+std::unique_ptr<Reader> openRawReader(SteadyFile file);
 
 }  // namespace formats

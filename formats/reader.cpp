@@ -9,6 +9,8 @@
 #include "formats/encoding.h"
 #include "formats/rawheader.h"
 #include "formats/rawreader.h"
+#include "host/interrupt.h"
+#include "kodiag/diagnostics.h"
 #include "kodiag/message.h"
 
 namespace formats {
@@ -20,7 +22,7 @@ constexpr std::size_t kHeadBytes = std::size_t{1} << 20;
 struct Format {
   std::string_view name;
   bool (*recognises)(const FileHead& head, const ReadOptions& options);
-  std::unique_ptr<Reader> (*open)(const std::filesystem::path& path, const FileHead& head,
+  std::unique_ptr<Reader> (*open)(SteadyFile file, const FileHead& head,
                                   const ReadOptions& options);
 };
 
@@ -29,14 +31,14 @@ constexpr std::array kFormats = {
     Format{
         "circuit-simulator raw file",
         [](const FileHead& head, const ReadOptions&) { return looksLikeRawFile(head.bytes); },
-        [](const std::filesystem::path& path, const FileHead&, const ReadOptions&) {
-          return openRawReader(path);
+        [](SteadyFile file, const FileHead&, const ReadOptions&) {
+          return openRawReader(std::move(file));
         }},
     Format{"CSV", &looksLikeCsv, &openCsvReader},
 };
 
-FileHead readHead(const std::filesystem::path& path) {
-  ByteSource source(path);
+FileHead readHead(const SteadyFile& file) {
+  ByteSource source = file.open();
   FileHead head;
   head.name = source.name();
   head.bytes.resize(std::min<std::uint64_t>(kHeadBytes, source.size()));
@@ -73,6 +75,39 @@ void ReadReport::notice(std::uint64_t line, std::string text) {
   if (notices.size() < kNoticesKept) notices.push_back({line, std::move(text)});
 }
 
+/// Whatever goes wrong while the file changes is for that reason, and so is what goes wrong
+/// with a file that was sound before.
+template <class Work>
+auto Reader::whileUnchanged(const Work& work) {
+  auto result = [&] {
+    try {
+      return work();
+    } catch (const kodiag::except::ExceptionWithCauses& failure) {
+      const std::string& key = failure.message().id.key;
+      if (host::isInterruption(failure) || key == "SourceChanged") throw;
+      file_.refuseIfChanged({failure.message()});
+      if (summary_ && key.starts_with("Broken")) {
+        file_.raiseChanged("it was sound before", {failure.message()});
+      }
+      throw;
+    }
+  }();
+  file_.refuseIfChanged();
+  return result;
+}
+
+const Summary& Reader::describe() {
+  if (summary_) return *summary_;
+  Summary summary = whileUnchanged([&] { return check(); });
+  summary.content = file_.content();
+  return summary_.emplace(std::move(summary));
+}
+
+ReadReport Reader::read(Sink& sink) {
+  const Summary& summary = describe();
+  return whileUnchanged([&] { return yield(summary, sink); });
+}
+
 std::string optionsText(const ReadOptions& options) {
   std::string text;
   const auto add = [&text](std::string_view name, std::string_view value) {
@@ -93,12 +128,13 @@ std::string optionsText(const ReadOptions& options) {
 
 std::unique_ptr<Reader> openReader(const std::filesystem::path& path,
                                    const ReadOptions& options) {
-  const FileHead head = readHead(path);
+  SteadyFile file(path);
+  const FileHead head = readHead(file);
   if (head.bytes.empty()) raiseUnknown(head.name, "it is empty");
   if (looksLikeUtf16(head.bytes))
     raiseUnknown(head.name, "its text is UTF-16, and only UTF-8 is read");
   for (const Format& format : kFormats) {
-    if (format.recognises(head, options)) return format.open(path, head, options);
+    if (format.recognises(head, options)) return format.open(std::move(file), head, options);
   }
   raiseUnknown(head.name, "its content is of no known format");
 }

@@ -13,6 +13,8 @@
 #include <variant>
 #include <vector>
 
+#include "formats/steadyfile.h"
+
 namespace formats {
 
 enum class ValueType { kDouble, kInt64, kBoolean };
@@ -105,6 +107,7 @@ struct Summary {
   std::vector<std::string> details;  ///< how it is read: "delimiter: semicolon"
   std::vector<RunInfo> runs;
   ReadReport report;
+  Content content;  ///< of the file that all this was found in
 };
 
 enum class Choice { kAuto, kYes, kNo };
@@ -127,16 +130,36 @@ class Reader {
  public:
   virtual ~Reader() = default;
 
-  /// Checks the whole file and tells what read() will yield. Reads the file once, later calls
-  /// do not. \throws ExceptionWithCauses "VELA:vela:BrokenRawFile" or "VELA:vela:BrokenCsvFile"
-  /// naming file,
-  ///         line or byte, and cause; "VELA:vela:CannotReadFile"
-  virtual const Summary& describe() = 0;
+  /// Checks the whole file and tells what read() will yield; later calls read nothing.
+  ///
+  /// \throws ExceptionWithCauses "VELA:vela:BrokenRawFile" or "VELA:vela:BrokenCsvFile" naming
+  ///         file, line or byte, and cause; "VELA:vela:CannotReadFile";
+  ///         "VELA:vela:SourceChanged" if the file changed since the reader was made
+  const Summary& describe();
 
   /// Yields every run with its samples. Checks the whole file first: what describe() refuses
-  /// never reaches the sink. A file that changes meanwhile may still be refused after blocks
-  /// were given. \throws as describe(), and whatever the sink throws
-  virtual ReadReport read(Sink& sink) = 0;
+  /// never reaches the sink.
+  ///
+  /// \throws as describe(), and whatever the sink throws; "VELA:vela:SourceChanged" after
+  ///         blocks were given if these are not those of the file that was described
+  ReadReport read(Sink& sink);
+
+ protected:
+  explicit Reader(SteadyFile file) : file_(std::move(file)) {}
+
+  /// Passes over the file, all of it, every pass ended with endPass().
+  virtual Summary check() = 0;
+  virtual ReadReport yield(const Summary& summary, Sink& sink) = 0;
+
+  SteadyFile& file() { return file_; }
+  const SteadyFile& file() const { return file_; }
+
+ private:
+  template <class Work>
+  auto whileUnchanged(const Work& work);
+
+  SteadyFile file_;
+  std::optional<Summary> summary_;
 };
 
 /// The reader for a file, chosen by its content.

@@ -47,7 +47,7 @@ RunPtr readFile(ObjectManager& manager, const std::string& file, bool quiet) {
                   {{"File", file}, {"Count", std::to_string(summary.runs.size())}});
   }
   ProgressBar bar("reading " + file, sampleBytes(summary), quiet);
-  Recorder recorder(manager, summary, formats::provenanceOf(file, {}), file,
+  Recorder recorder(manager, summary, formats::provenanceOf(file, summary, {}), file,
                     [&bar](std::uint64_t bytes) { bar.update(bytes); });
   bool isLossy = false;
   manager.inTransaction([&] { isLossy = reportLoss(file, reader->read(recorder), quiet); });

@@ -138,7 +138,8 @@ ExitCode importFiles(const Context& context, const ImportOptions& options) {
     for (const Source& source : sources) {
       ProgressBar bar("importing " + source.file, sampleBytes(*source.summary), context.quiet);
       Recorder recorder(repository.manager(), *source.summary,
-                        formats::provenanceOf(source.file, options.reading), options.runName,
+                        formats::provenanceOf(source.file, *source.summary, options.reading),
+                        options.runName,
                         [&bar](std::uint64_t bytes) { bar.update(bytes); });
       lossy |= reportLoss(source.file, source.reader->read(recorder), context.quiet);
       std::vector<Recorder::StoredRun>& runs = stored[source.file];
