@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <tuple>
 
 #include "formats/csvcell.h"
@@ -22,6 +23,7 @@ using Sample = std::vector<Record>;
 
 constexpr std::size_t kSampleRecords = 5000;
 constexpr std::size_t kLongestUnit = 16;
+constexpr std::size_t kNamesInMessage = 50;
 constexpr std::array kDelimiters = {',', ';', '\t', '|'};
 
 [[noreturn]] void raiseOption(const FileHead& head, const std::string& option,
@@ -190,14 +192,18 @@ CsvColumn columnOf(std::string_view field) {
 
 void nameColumns(CsvLayout& layout) {
   std::set<std::string> names;
+  // How far each repeated name has been counted: trying from 2 again at every one of n equal
+  // names would take n^2 tries.
+  std::map<std::string, std::size_t> lastNumbers;
   for (std::size_t i = 0; i < layout.columns.size(); ++i) {
     CsvColumn& column = layout.columns[i];
     if (!column.isNamed) column.name = "column " + std::to_string(i + 1);
     if (names.insert(column.name).second) continue;
     const std::string repeated = column.name;
-    for (std::size_t n = 2; !names.insert(column.name).second; ++n) {
-      column.name = repeated + " (" + std::to_string(n) + ")";
-    }
+    std::size_t& last = lastNumbers.try_emplace(repeated, 1).first->second;
+    do {
+      column.name = repeated + " (" + std::to_string(++last) + ")";
+    } while (!names.insert(column.name).second);
     layout.notices.push_back("the name \"" + repeated + "\" comes again in column " +
                              std::to_string(i + 1) + ", which is called \"" + column.name +
                              "\"");
@@ -253,8 +259,11 @@ std::size_t findTimeColumn(const CsvLayout& layout, const FileHead& head,
   if (position && *position >= 1 && *position <= count)
     return static_cast<std::size_t>(*position - 1);
   std::string names;
-  for (const CsvColumn& column : layout.columns)
-    names += (names.empty() ? "" : ", ") + column.name;
+  for (const CsvColumn& column :
+       std::span(layout.columns).first(std::min(layout.columns.size(), kNamesInMessage))) {
+    names += (names.empty() ? "" : ", ") + inQuotes(column.name);
+  }
+  if (layout.columns.size() > kNamesInMessage) names += ", ...";
   raiseOption(head, "time-column=" + options.timeColumn,
               "its " + std::to_string(count) + " columns are: " + names);
 }

@@ -17,6 +17,8 @@ namespace {
 
 /// Every step is a run that is held by name: what a file may make of them is bounded.
 constexpr std::size_t kMaxSteps = 100'000;
+/// So are the bytes of title and names that the runs of a file repeat from their plots.
+constexpr std::size_t kMaxTextOfRuns = std::size_t{64} << 20;
 
 /// A plot that was checked, and the runs it makes: [firstRun, firstRun + runCount) of the
 /// summary.
@@ -182,6 +184,7 @@ class RawReader : public Reader {
  private:
   Summary check() override {
     plots_.clear();
+    textOfRuns_ = 0;
     Summary summary;
     summary.format = "circuit-simulator raw file";
     ByteSource source = file().open();
@@ -200,11 +203,24 @@ class RawReader : public Reader {
     const std::unique_ptr<RawRows> rows = openRawRows(source, plot);
     readBlocks(plot, *rows, plot.points, [&](std::uint64_t) { check.add(values_, *rows); });
     if (plot.points == 0) return;
+    limitText(plot, check.finder().steps().size(), source);
     summary.report.rows += plot.points;
     const bool scaleIsSignal = scale.kind == AxisKind::kPoint || !check.finder().ordersPoints();
     std::vector<RunInfo> runs = runsOf(plot, scale, check.finder(), scaleIsSignal);
     plots_.push_back({std::move(plot), scaleIsSignal, summary.runs.size(), runs.size()});
     std::ranges::move(runs, std::back_inserter(summary.runs));
+  }
+
+  /// Refuses a plot whose texts, repeated for every step, would outgrow the file.
+  void limitText(const RawPlot& plot, std::size_t steps, const ByteSource& source) {
+    const std::size_t textOfStep =
+        plot.title.size() + 2 * plot.plotName.size() + plot.variables.front().name.size();
+    if (steps == 1) return;
+    textOfRuns_ += steps * textOfStep;
+    if (textOfRuns_ <= kMaxTextOfRuns) return;
+    raiseBrokenRaw(source, "line " + std::to_string(plot.dataLine),
+                   "title and names of " + std::to_string(textOfStep) + " bytes for each of " +
+                       std::to_string(steps) + " steps are too much");
   }
 
   static void noteWhatIsOdd(const RawPlot& plot, ReadReport& report) {
@@ -268,6 +284,7 @@ class RawReader : public Reader {
   }
 
   std::vector<CheckedPlot> plots_;
+  std::size_t textOfRuns_ = 0;  ///< repeated from the plots checked so far
   std::vector<double> values_;  ///< the rows of one block, row by row
 };
 

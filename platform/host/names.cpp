@@ -18,16 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string fitForFileName(const std::string& name) {
-  std::string kept;
-  for (const char c : name) {
-    const bool plain =
-        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    if (plain || c == '.' || c == '_' || c == '-') kept.push_back(c);
-  }
-  return kept;
-}
-
 std::string accountName() {
   const passwd* const account = getpwuid(getuid());
   return account && account->pw_name ? account->pw_name : "";
@@ -81,6 +71,16 @@ fs::path reserveTemporaryName(std::string_view prefix, std::string_view extensio
   }
   close(descriptor);
   return path;
+}
+
+std::string fitForFileName(const std::string& name) {
+  std::string kept;
+  for (const char c : name) {
+    const bool plain =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    if (plain || c == '.' || c == '_' || c == '-') kept.push_back(c);
+  }
+  return kept;
 }
 
 std::string userName() {

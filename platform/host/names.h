@@ -21,8 +21,10 @@ std::filesystem::path systemTempDirectory();
 /// \throws "KODD:kodd:IOError" when none can be made
 std::filesystem::path reserveTemporaryName(std::string_view prefix, std::string_view extension);
 
-/// The user's name, fit for a file name: USER, else the name of the account, else its number;
-/// only letters, digits, '.', '_' and '-' are kept.
+/// What of a name is fit for the name of a file: letters and digits of ASCII, '.', '_' and '-'.
+std::string fitForFileName(const std::string& name);
+
+/// The user's name, fit for a file name: USER, else the name of the account, else its number.
 std::string userName();
 
 }  // namespace host

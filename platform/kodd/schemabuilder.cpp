@@ -226,10 +226,13 @@ const ClassInfo* SchemaBuilder::findClass(const ClassInfo& from,
   if (const auto near = from.package->byName.find(name); near != from.package->byName.end()) {
     return near->second;
   }
-  const auto found = std::find_if(
-      model_->classes_.begin(), model_->classes_.end(),
-      [&name](const ClassInfo* candidate) { return candidate->qualifiedName() == name; });
-  return found == model_->classes_.end() ? nullptr : *found;
+  for (const auto& package : model_->packages_) {
+    const std::string prefix = package->name + ".";
+    if (!name.starts_with(prefix)) continue;
+    const auto found = package->byName.find(name.substr(prefix.size()));
+    if (found != package->byName.end()) return found->second;
+  }
+  return nullptr;
 }
 
 std::string SchemaBuilder::describe() const {

@@ -24,6 +24,10 @@
 namespace kodd {
 namespace {
 
+constexpr std::size_t kMaximumBytes = std::size_t{4} << 20;
+constexpr std::size_t kMaximumFiles = 256;
+constexpr std::size_t kMaximumPackages = 256;
+
 std::string utf8(const XMLCh* text) {
   const xercesc::TranscodeToStr transcoded(text, "UTF-8");
   return {reinterpret_cast<const char*>(transcoded.str()), transcoded.length()};
@@ -119,6 +123,10 @@ class SchemaHandler : public xercesc::DefaultHandler {
     if (known != into_.packages.end()) {
       package_ = &*known;
     } else {
+      if (into_.packages.size() == kMaximumPackages) {
+        raiseSchemaError(
+            file_, "it declares more than " + std::to_string(kMaximumPackages) + " packages");
+      }
       into_.packages.push_back({name, {}});
       package_ = &into_.packages.back();
     }
@@ -198,6 +206,9 @@ std::string readSchemaBytes(const std::string& file) {
   if (!std::filesystem::is_regular_file(file, error)) {
     raiseSchemaError(file, error ? error.message() : "it is no regular file");
   }
+  if (std::filesystem::file_size(file, error) > kMaximumBytes && !error) {
+    raiseSchemaError(file, "it is larger than " + std::to_string(kMaximumBytes) + " bytes");
+  }
   errno = 0;
   std::ifstream stream(file, std::ios::binary);
   std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
@@ -215,6 +226,9 @@ SchemaDeclaration readSchemaFiles(const std::string& schemaFile) {
     const std::string file = std::move(waiting.back());
     waiting.pop_back();
     if (!seen.insert(file).second) continue;
+    if (seen.size() > kMaximumFiles) {
+      raiseSchemaError(file, "more than " + std::to_string(kMaximumFiles) + " files");
+    }
     declaration.sources.push_back({file, readSchemaBytes(file)});
     for (const std::string& path : parseInto(declaration, declaration.sources.back())) {
       if (!path.empty()) waiting.push_back(includedFile(path));

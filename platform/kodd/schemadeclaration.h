@@ -42,12 +42,13 @@ struct SchemaDeclaration {
   std::vector<SchemaSource> sources;         ///< the schema file first
 };
 
-/// Reads a schema file and, once each, the files it includes. Documents with a DOCTYPE are
-/// refused, so that no entity is ever expanded or fetched.
+/// Reads a schema file and, once each, the files it includes: at most 256 files of 4 MiB, and
+/// 256 packages. Documents with a DOCTYPE are refused, so that no entity is ever expanded or
+/// fetched.
 /// \throws "KODD:kodd:SchemaError" naming the file and what is wrong in it
 SchemaDeclaration readSchemaFiles(const std::string& schemaFile);
 
-/// The bytes of a file. \throws "KODD:kodd:SchemaError" when it cannot be read
+/// The bytes of a file. \throws "KODD:kodd:SchemaError" when it cannot be read or is larger than 4 MiB
 std::string readSchemaBytes(const std::string& file);
 
 [[noreturn]] void raiseSchemaError(const std::string& file, const std::string& reason);

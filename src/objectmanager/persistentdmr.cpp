@@ -21,7 +21,7 @@ std::atomic<bool> opened = false;
 
 std::string fileName() {
   SchemaXMLParser schema(ObjectManager::getSchemaPath(""));
-  return host::userName() + "_" + schema.signature() + ".dmr";
+  return host::userName() + "_" + host::fitForFileName(schema.signature()) + ".dmr";
 }
 
 const std::string& utf8Path() {

@@ -27,6 +27,8 @@ namespace fs = std::filesystem;
 const std::string kUnreadable = "none";
 constexpr std::size_t kMaximumFiles = 256;
 constexpr XMLSize_t kMaximumEntityExpansions = 1000;
+constexpr std::size_t kMaximumBytes = std::size_t{4} << 20;
+constexpr int kMaximumDepth = 256;
 
 std::string utf8(const XMLCh* text) {
   if (!text) return {};
@@ -51,6 +53,7 @@ std::string bytesOf(const std::string& file) {
   std::error_code error;
   // Reading a pipe or a device might never end.
   if (!fs::is_regular_file(file, error)) return {};
+  if (fs::file_size(file, error) > kMaximumBytes) return {};
   std::ifstream stream(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
 }
@@ -79,10 +82,13 @@ class SchemaXMLParser::Impl : public xercesc::DefaultHandler {
     packageName_.clear();
     includedSignatures_.clear();
     includes_.clear();
+    depth_ = 0;
   }
 
   void startElement(const XMLCh*, const XMLCh* localName, const XMLCh*,
                     const xercesc::Attributes& attributes) override {
+    // The parser's own cost grows with the square of the depth.
+    if (++depth_ > kMaximumDepth) throw xercesc::SAXException("too deep");
     const std::string name = utf8(localName);
     if (name == "Metamodel") {
       metamodelVersion_ = attribute(attributes, "metamodelVersion");
@@ -92,6 +98,8 @@ class SchemaXMLParser::Impl : public xercesc::DefaultHandler {
       includes_.push_back(attribute(attributes, "path"));
     }
   }
+
+  void endElement(const XMLCh*, const XMLCh*, const XMLCh*) override { --depth_; }
 
   void warning(const xercesc::SAXParseException&) override {}
   void error(const xercesc::SAXParseException&) override {}
@@ -140,6 +148,7 @@ class SchemaXMLParser::Impl : public xercesc::DefaultHandler {
   std::string packageName_;
   std::string includedSignatures_;
   std::vector<std::string> includes_;
+  int depth_ = 0;  ///< of open elements
 };
 
 SchemaXMLParser::SchemaXMLParser(const std::string& file)

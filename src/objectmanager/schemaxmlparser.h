@@ -6,8 +6,9 @@
 
 namespace vela {
 
-/// The signature of a schema file. Never fails: a file that cannot be read or parsed gets the
-/// version "none", so that its signature is stable and recognisable.
+/// The signature of a schema file. Never fails: a file that cannot be read or parsed, is larger
+/// than 4 MiB or nests more than 256 elements gets the version "none", so that its signature is
+/// stable and recognisable.
 class SchemaXMLParser {
  public:
   /// \param file  path of the schema file, UTF-8

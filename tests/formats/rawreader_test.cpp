@@ -212,14 +212,16 @@ TEST_F(RawReaderTest, RefusesMoreStepsThanItCanHold) {
     values.push_back(static_cast<double>(i % 2));
     values.push_back(0);
   }
-  const auto plot = [&values] {
-    return header("p", "real", std::to_string(values.size() / 2),
+  const auto plot = [&values](const std::string& name) {
+    return header(name, "real", std::to_string(values.size() / 2),
                   {"v-sweep\tvoltage", "v\tvoltage"}) +
            "Binary:\n" + bytesOf(values);
   };
-  EXPECT_THAT(failure(file(plot())), HasSubstr("more than 100000 times"));
+  EXPECT_THAT(failure(file(plot("p"))), HasSubstr("more than 100000 times"));
   values.resize(values.size() - 4);
-  EXPECT_EQ(openReader(file(plot()))->describe().runs.size(), 100'000);
+  EXPECT_EQ(openReader(file(plot("p")))->describe().runs.size(), 100'000);
+  // A name that 100,000 runs would repeat.
+  EXPECT_THAT(failure(file(plot(std::string(60'000, 'x')))), HasSubstr("too much"));
 }
 
 TEST_F(RawReaderTest, NamesAnUnknownTypeAndReadsOn) {

@@ -63,6 +63,17 @@ TEST_F(PersistentDMRDeathTest, LiesInTheTemporaryDirectoryUnderTheNameOfUserAndS
   });
 }
 
+TEST_F(PersistentDMRDeathTest, NoPackageLeadsOutOfTheTemporaryDirectory) {
+  EXPECT_IN_OWN_PROCESS([&] {
+    setenv("VELA_ROOT", folder_.c_str(), 1);
+    const fs::path schema = ObjectManager::getSchemaPath("");
+    fs::create_directories(schema.parent_path());
+    test::writeText(schema, R"(<Metamodel metamodelVersion="1"><Package name="../../evil é"/>
+                               </Metamodel>)");
+    EXPECT_EQ(shared(), folder_ / "abc_....evil_1.dmr");
+  });
+}
+
 TEST_F(PersistentDMRDeathTest, OnlyARegularFileOfTheUserMayBeUsed) {
   EXPECT_IN_OWN_PROCESS([&] {
     EXPECT_TRUE(ObjectManager::isPersistentDMRWritable());

@@ -109,6 +109,18 @@ TEST_F(SchemaXMLParserTest, NothingOutsideTheFileIsFollowed) {
   EXPECT_EQ(signatureOfText(bomb), "vela_none");
 }
 
+TEST_F(SchemaXMLParserTest, NestingAndSizeAreLimited) {
+  const auto nested = [](int depth) {
+    std::string text = R"(<Metamodel metamodelVersion="3"><Package name="vela"/>)";
+    for (int i = 1; i < depth; ++i) text += "<a>";
+    for (int i = 1; i < depth; ++i) text += "</a>";
+    return text + "</Metamodel>";
+  };
+  EXPECT_EQ(signatureOfText(nested(256)), "vela_3");
+  EXPECT_EQ(signatureOfText(nested(300'000)), "vela_none");
+  EXPECT_EQ(signatureOfText(nested(2) + std::string(5 << 20, ' ')), "_none");
+}
+
 TEST_F(SchemaXMLParserTest, ReadsTheFileAnewEachTime) {
   write("schema.xml", R"(<Metamodel metamodelVersion="3"><Package name="vela"/></Metamodel>)");
   vela::SchemaXMLParser parser(folder_ / "schema.xml");

@@ -91,6 +91,7 @@ TEST_F(MetamodelTest, RefusesWhatItCannotMeanAndNamesTheFile) {
        inClass("<Property name='a' kind='int32'/><Collection name='C' via='a'/>")},
       {"index on nothing", inClass("<Index properties='a'/>")},
       {"unknown index", inClass("<Property name='a' kind='int32' index='full'/>")},
+      {"larger than 4 MiB", inClass("") + std::string(5 << 20, ' ')},
       {"class twice",
        "<Metamodel><Package name='p'><Class name='C'/><Class name='C'/>"
        "</Package></Metamodel>"},
