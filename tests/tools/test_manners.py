@@ -3,6 +3,7 @@
 import fcntl
 import hashlib
 import os
+import shlex
 import signal
 import sqlite3
 import struct
@@ -171,6 +172,29 @@ def test_the_repository_can_come_from_the_environment(vela, drive):
     vela("import", drive, "--into", "other.dmr")
     vela("rm", "drive", "--yes", "-r", "other.dmr")
     assert len(vela.json("ls")) == 1 and vela.json("ls", "-r", "other.dmr") == []
+
+
+def on_a_terminal(vela, *words):
+    """All that a terminal gets."""
+    command = shlex.join([os.environ["VELA"], *words])
+    return subprocess.run(["script", "-qec", command, "/dev/null"], cwd=vela.folder, env=vela.environment,
+                          capture_output=True, stdin=subprocess.DEVNULL, timeout=60).stdout.decode()
+
+
+def test_no_name_steers_a_terminal(vela, tmp_path):
+    evil = "\x1b]0;x\x07\u009b2J\u202e"
+    name = f"{evil}.csv"
+    (tmp_path / name).write_text(f"time,{evil} [{evil}],text\n0,1,a\n1,2,b\n2,3,c\n")
+    vela.environment["NO_COLOR"] = "1"
+    for words in (["import", name, "--into", "lab.dmr"], ["import", name, "--dry-run"], ["import", f"no{name}"],
+                  ["ls", "-r", "lab.dmr"], ["ls", evil, "-r", "lab.dmr"], ["cat", evil, "-r", "lab.dmr"],
+                  ["cat", evil, "--json", "-r", "lab.dmr"], ["info", evil, "-r", "lab.dmr"], ["cat", f"no{evil}", "-r", "lab.dmr"],
+                  ["info", evil, "--json", "-r", "lab.dmr"], ["compare", evil, evil, "--no-store", "-r", "lab.dmr"],
+                  ["save", f"{evil}.dat", "-r", "lab.dmr"], ["check", "-r", f"{evil}.dmr"], [evil]):
+        shown = on_a_terminal(vela, *words).replace("\r\n", "").replace("\r\x1b[K", "")
+        assert shown and not [c for c in shown if not c.isprintable()], (words, shown)
+    assert vela("cat", evil, "-r", "lab.dmr").stdout.startswith(f"time [s],{evil} [{evil}]\n")
+    assert vela.json("cat", evil, "-r", "lab.dmr")["signals"][0]["name"] == evil
 
 
 def test_durability_is_checked(vela, drive):

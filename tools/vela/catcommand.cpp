@@ -9,11 +9,13 @@
 #include "kodiag/message.h"
 #include "objects/strings.h"
 #include "text/numbers.h"
+#include "text/printable.h"
 #include "text/utf8.h"
 #include "tools/vela/context.h"
 #include "tools/vela/repositories.h"
 #include "tools/vela/runview.h"
 #include "tools/vela/selection.h"
+#include "tools/vela/terminal.h"
 
 namespace vela::tool {
 namespace {
@@ -91,7 +93,7 @@ void writeCsv(const Axis& axis, const std::vector<Samples>& columns) {
     line += "," + quoted(labelled(column.name, column.unit));
     texts.push_back(textFunctionFor(column.type));
   }
-  write(line + "\n");
+  write(dataText(line) + "\n");
   const std::vector<double>& times = columns.front().times;
   for (std::size_t row = 0; row < times.size(); ++row) {
     line = text::shortest(times[row]);
@@ -110,7 +112,7 @@ void writeJsonArray(std::size_t count, const std::function<std::string(std::size
 
 void writeJson(const Axis& axis, const std::vector<Samples>& columns) {
   const auto quotedJson = [](const std::string& text) {
-    return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+    return text::escapedInJson(Json(text).dump(-1, ' ', false, Json::error_handler_t::replace));
   };
   const std::vector<double>& times = columns.front().times;
   write("{\"axis\": " + quotedJson(axis.first) + ", \"axisUnit\": " + quotedJson(axis.second) +
@@ -158,7 +160,8 @@ void addCatCommand(CLI::App& app, Context& context) {
       app.add_subcommand("cat", "Print the samples of a signal, or of all signals below it");
   command->footer(
       "Numbers are the shortest texts that read back to the stored bits.\n"
-      "NaN and infinities are null in JSON.");
+      "NaN and infinities are null in JSON. On a terminal, control characters in names\n"
+      "show as '?'; in files and pipes names are as they are stored.");
   addCommonOptions(*command, context);
   auto signal = std::make_shared<std::string>();
   auto run = std::make_shared<std::string>();

@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "objects/integrity.h"
+#include "text/printable.h"
 #include "tools/vela/context.h"
 #include "tools/vela/repositories.h"
 #include "tools/vela/runview.h"
@@ -27,10 +28,10 @@ ExitCode check(const Context& context) {
          {"notChecked", {"sample values"}},
          {"problems", problems}});
   } else {
-    for (const std::string& problem : problems) std::cout << problem << "\n";
+    for (const std::string& problem : problems) std::cout << text::printable(problem) << "\n";
     if (!context.quiet || !whole) {
       std::cout
-          << repository.location()
+          << text::printable(repository.location())
           << (whole
                   ? " is whole. The values of samples carry no checksums and were not checked."
                   : " is damaged; the lines above say where.")

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "text/numbers.h"
+#include "text/printable.h"
 #include "text/utf8.h"
 #include "tools/vela/table.h"
 #include "tools/vela/terminal.h"
@@ -99,7 +100,7 @@ std::string tableOf(const ShownComparison& shown) {
                {"FROM"}});
   for (const ComparedSignal& row : shown.comparison.signals) {
     const bool compared = wasCompared(row);
-    table.addRow({printable(text::toUtf8(row.path)), textOf(row.outcome),
+    table.addRow({text::toUtf8(row.path), textOf(row.outcome),
                   compared ? largestDifference(row.report) : "",
                   compared ? timeOfLargestDifference(row.report) : "",
                   compared ? toleranceText(row.options) : "",
@@ -108,7 +109,7 @@ std::string tableOf(const ShownComparison& shown) {
   std::string reasons;
   for (const ComparedSignal& row : shown.comparison.signals) {
     if (row.outcome != Outcome::notComparable) continue;
-    reasons += printable(text::toUtf8(row.path) + ": " + row.reason) + "\n";
+    reasons += text::printable(text::toUtf8(row.path) + ": " + row.reason) + "\n";
   }
   return table.str() + reasons;
 }

@@ -4,6 +4,7 @@
 #include <map>
 
 #include "text/numbers.h"
+#include "text/printable.h"
 #include "tools/vela/context.h"
 #include "tools/vela/readreport.h"
 #include "tools/vela/recorder.h"
@@ -87,12 +88,13 @@ void printDryRun(const std::vector<Source>& sources, bool json) {
     return;
   }
   for (const Source& source : sources) {
-    std::cout << source.file << ": " << source.summary->format << "\n";
+    std::cout << text::printable(source.file) << ": " << source.summary->format << "\n";
     for (const std::string& detail : source.summary->details)
-      std::cout << "  " << detail << "\n";
+      std::cout << "  " << text::printable(detail) << "\n";
     for (const formats::RunInfo& run : source.summary->runs) {
-      std::cout << "  run \"" << printable(run.name) << "\": " << counted(run.rows, "sample")
-                << ", " << span(run) << "\n    " << printable(signalNames(run)) << "\n";
+      std::cout << "  run \"" << text::printable(run.name)
+                << "\": " << counted(run.rows, "sample") << ", " << span(run) << "\n    "
+                << text::printable(signalNames(run)) << "\n";
     }
   }
 }
@@ -112,9 +114,8 @@ void printStored(const std::map<std::string, std::vector<Recorder::StoredRun>>& 
                       {"signals", run.signalCount},
                       {"samples", run.samples},
                       {"file", file}});
-      table.addRow({std::to_string(run.id), printable(run.name),
-                    std::to_string(run.signalCount), std::to_string(run.samples),
-                    printable(file)});
+      table.addRow({std::to_string(run.id), run.name, std::to_string(run.signalCount),
+                    std::to_string(run.samples), file});
     }
   }
   std::cout << (json ? jsonText(list) : table.str());
@@ -139,8 +140,7 @@ ExitCode importFiles(const Context& context, const ImportOptions& options) {
       ProgressBar bar("importing " + source.file, sampleBytes(*source.summary), context.quiet);
       Recorder recorder(repository.manager(), *source.summary,
                         formats::provenanceOf(source.file, *source.summary, options.reading),
-                        options.runName,
-                        [&bar](std::uint64_t bytes) { bar.update(bytes); });
+                        options.runName, [&bar](std::uint64_t bytes) { bar.update(bytes); });
       lossy |= reportLoss(source.file, source.reader->read(recorder), context.quiet);
       std::vector<Recorder::StoredRun>& runs = stored[source.file];
       runs.insert(runs.end(), recorder.runs().begin(), recorder.runs().end());

@@ -6,6 +6,7 @@
 
 #include "objects/strings.h"
 #include "text/numbers.h"
+#include "text/printable.h"
 #include "text/utf8.h"
 #include "tools/vela/context.h"
 #include "tools/vela/repositories.h"
@@ -18,7 +19,7 @@ namespace vela::tool {
 namespace {
 
 std::string factText(const Json& value) {
-  if (value.is_string()) return printable(value.get<std::string>());
+  if (value.is_string()) return text::printable(value.get<std::string>());
   if (value.is_number_float()) return text::shortest(value.get<double>());
   if (value.is_null()) return "none";
   return value.dump();

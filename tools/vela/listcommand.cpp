@@ -29,8 +29,8 @@ void listRuns(const Context& context, Repository& repository) {
                     {"name", name},
                     {"date", jsonNumber(run.date)},
                     {"signals", run.signalCount}});
-    table.addRow({std::to_string(run.id), std::to_string(run.number), printable(name),
-                  dateText(run.date), std::to_string(run.signalCount)});
+    table.addRow({std::to_string(run.id), std::to_string(run.number), name, dateText(run.date),
+                  std::to_string(run.signalCount)});
   }
   if (context.json) {
     std::cout << jsonText(list);
@@ -62,12 +62,11 @@ void listSignals(const Context& context, Repository& repository, const std::stri
                     {"points", view.extent.samples},
                     {"from", hasSamples ? jsonNumber(view.extent.firstTime) : Json(nullptr)},
                     {"to", hasSamples ? jsonNumber(view.extent.lastTime) : Json(nullptr)}});
-    table.addRow(
-        {std::to_string(view.id),
-         std::string(2 * static_cast<std::size_t>(view.depth), ' ') + printable(view.name),
-         printable(view.unit), view.type, hasSamples ? std::to_string(view.extent.samples) : "",
-         hasSamples ? text::shortest(view.extent.firstTime) : "",
-         hasSamples ? text::shortest(view.extent.lastTime) : ""});
+    table.addRow({std::to_string(view.id),
+                  std::string(2 * static_cast<std::size_t>(view.depth), ' ') + view.name,
+                  view.unit, view.type, hasSamples ? std::to_string(view.extent.samples) : "",
+                  hasSamples ? text::shortest(view.extent.firstTime) : "",
+                  hasSamples ? text::shortest(view.extent.lastTime) : ""});
   }
   std::cout << (context.json ? jsonText(list) : table.str());
 }

@@ -3,9 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <optional>
+#include <sstream>
+#include <utility>
 
 #include "kodiag/diagnostics.h"
+#include "text/printable.h"
 #include "tools/vela/context.h"
 #include "tools/vela/interruption.h"
 #include "tools/vela/standardstreams.h"
@@ -31,6 +35,24 @@ constexpr const char* kExitCodes =
     "by\n"
     "Ctrl-C.\n"
     "Data goes to standard output, words and progress to standard error; NO_COLOR is honoured.";
+
+/// What the parser says holds words of the command line.
+ExitCode showHelpOrError(const CLI::App& app, const CLI::ParseError& error) {
+  std::ostringstream help;
+  std::ostringstream complaint;
+  const bool isHelp = app.exit(error, help, complaint) == 0;
+  std::cout << text::printable(help.str(), text::LineEnds::kept);
+  std::cerr << text::printable(complaint.str(), text::LineEnds::kept);
+  return isHelp ? kDone : kFailed;
+}
+
+/// The message with its arguments made printable, so that the only line ends are the text's
+/// own.
+kodiag::Message printable(kodiag::Message message) {
+  for (auto& [name, value] : message.arguments) value = text::printable(value);
+  for (kodiag::Message& cause : message.causes) cause = printable(std::move(cause));
+  return message;
+}
 
 ExitCode run(int argc, char** argv) {
   Context context;
@@ -58,7 +80,7 @@ ExitCode run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kFailed;
+    return showHelpOrError(app, error);
   }
   // Not an option's own default: every subcommand's would write the one context.
   if (const char* repository = std::getenv("VELA_REPOSITORY");
@@ -81,9 +103,9 @@ ExitCode runOrComplain(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const kodiag::except::ExceptionWithCauses& error) {
-    return failWith(error.innermost().textWithCauses());
+    return failWith(printable(error.innermost()).textWithCauses());
   } catch (const std::exception& error) {
-    return failWith(error.what());
+    return failWith(text::printable(error.what()));
   }
 }
 

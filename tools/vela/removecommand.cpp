@@ -49,7 +49,7 @@ ExitCode remove(const Context& context, const std::vector<std::string>& words, b
     }
     ids.push_back(found->getID());
     names += (names.empty() ? "" : ", ") + std::to_string(found->getID()) + " (" +
-             printable(text::toUtf8(found->getRunDisplayName())) + ")";
+             text::toUtf8(found->getRunDisplayName()) + ")";
   }
   if (!confirmed("remove " + names + " from " + repository.location(), yes)) return kFailed;
   const int removed = Set::removeRuns(repository.manager(), ids);

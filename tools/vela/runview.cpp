@@ -9,6 +9,7 @@
 #include "objects/strings.h"
 #include "runcomparison/pairing.h"
 #include "text/numbers.h"
+#include "text/printable.h"
 #include "text/utf8.h"
 
 namespace vela::tool {
@@ -120,7 +121,7 @@ std::string dateText(double posixSeconds) {
 }
 
 std::string jsonText(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return text::escapedInJson(json.dump(2, ' ', false, Json::error_handler_t::replace)) + "\n";
 }
 
 Json jsonNumber(double value) {

@@ -30,7 +30,7 @@ void refuseOneFile(const std::string& damaged, const Context& context) {
 
 void tellLosses(const std::vector<SalvageReport::Loss>& losses) {
   for (std::size_t i = 0; i < std::min(losses.size(), kMostWarnings); ++i) {
-    warn(printable(losses[i].text));
+    warn(losses[i].text);
   }
   if (losses.size() > kMostWarnings) {
     warn("and " + counted(losses.size() - kMostWarnings, "further loss") + " (--json has all)");
@@ -65,8 +65,8 @@ std::string tableOf(const SalvageReport& report) {
                {"SIGNALS", Table::Align::right},
                {"SAMPLES", Table::Align::right}});
   for (const SalvageReport::Run& run : report.runs) {
-    table.addRow({std::to_string(run.id), printable(text::toUtf8(run.name)),
-                  std::to_string(run.signals), std::to_string(run.samples)});
+    table.addRow({std::to_string(run.id), text::toUtf8(run.name), std::to_string(run.signals),
+                  std::to_string(run.samples)});
   }
   return table.str();
 }

@@ -47,7 +47,7 @@ ExitCode listSessions(const Context& context) {
                     {"streamingRuns", session.streamingRuns},
                     {"runs", runs}});
     table.addRow({std::to_string(session.id), stateText(session.state),
-                  std::to_string(session.visibleRuns), printable(names)});
+                  std::to_string(session.visibleRuns), names});
   }
   if (context.json) {
     std::cout << jsonText(list);

@@ -21,8 +21,8 @@ std::string fixed(double value) {
 }
 
 std::string shortened(const std::string& statement) {
-  const std::string line = printable(statement);
-  return line.size() <= kLongestText ? line : line.substr(0, kLongestText) + " ...";
+  return statement.size() <= kLongestText ? statement
+                                          : statement.substr(0, kLongestText) + " ...";
 }
 
 void print() {

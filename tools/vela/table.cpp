@@ -1,6 +1,9 @@
 #include "tools/vela/table.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "text/printable.h"
 
 namespace vela::tool {
 namespace {
@@ -13,6 +16,15 @@ std::size_t displayWidth(const std::string& text) {
 }
 
 }  // namespace
+
+Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {
+  for (Column& column : columns_) column.title = text::printable(column.title);
+}
+
+void Table::addRow(std::vector<std::string> cells) {
+  for (std::string& cell : cells) cell = text::printable(cell);
+  rows_.push_back(std::move(cells));
+}
 
 std::string Table::str() const {
   std::vector<std::size_t> widths;
@@ -40,13 +52,6 @@ std::string Table::str() const {
     addLine([&](std::size_t i) -> const std::string& { return row[i]; });
   }
   return out;
-}
-
-std::string printable(std::string text) {
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-  }
-  return text;
 }
 
 }  // namespace vela::tool

@@ -7,7 +7,8 @@
 
 namespace vela::tool {
 
-/// Rows of text in columns as wide as their widest cell, two blanks between them.
+/// Rows of text in columns as wide as their widest cell, two blanks between them; whatever the
+/// cells hold is made printable.
 class Table {
  public:
   enum class Align { left, right };
@@ -16,9 +17,9 @@ class Table {
     Align align = Align::left;
   };
 
-  explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+  explicit Table(std::vector<Column> columns);
   /// One cell per column.
-  void addRow(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  void addRow(std::vector<std::string> cells);
   /// Titles and rows, each line ended; trailing blanks cut.
   std::string str() const;
 
@@ -26,8 +27,5 @@ class Table {
   std::vector<Column> columns_;
   std::vector<std::vector<std::string>> rows_;
 };
-
-/// Text for one cell or line: control characters, which could steer a terminal, become '?'.
-std::string printable(std::string text);
 
 }  // namespace vela::tool

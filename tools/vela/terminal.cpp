@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "kodiag/message.h"
+#include "text/printable.h"
 
 namespace vela::tool {
 namespace {
@@ -24,9 +25,9 @@ bool stderrIsTerminal() {
 
 void writeMarked(const char* color, std::string_view mark, std::string_view words) {
   const bool colored = stderrTakesColor();
-  std::fprintf(stderr, "%s%.*s%s%.*s\n", colored ? color : "", static_cast<int>(mark.size()),
-               mark.data(), colored ? kPlain : "", static_cast<int>(words.size()),
-               words.data());
+  std::fprintf(stderr, "%s%.*s%s%s\n", colored ? color : "", static_cast<int>(mark.size()),
+               mark.data(), colored ? kPlain : "",
+               text::printable(words, text::LineEnds::kept).c_str());
 }
 
 std::string remaining(double seconds) {
@@ -50,7 +51,11 @@ void warn(std::string_view words) {
   writeMarked(kYellow, "warning: ", words);
 }
 void say(std::string_view words) {
-  std::fprintf(stderr, "%.*s\n", static_cast<int>(words.size()), words.data());
+  std::fprintf(stderr, "%s\n", text::printable(words, text::LineEnds::kept).c_str());
+}
+
+std::string dataText(const std::string& text) {
+  return isatty(STDOUT_FILENO) == 1 ? text::printable(text) : text;
 }
 
 bool confirmed(const std::string& question, bool yes) {
@@ -58,7 +63,7 @@ bool confirmed(const std::string& question, bool yes) {
   if (isatty(STDIN_FILENO) != 1) {
     kodiag::raise({"VELA:vela", "NeedsConfirmation"}, {{"Operation", question}});
   }
-  std::cerr << question << "? [y/N] ";
+  std::cerr << text::printable(question) << "? [y/N] ";
   std::string answer;
   std::getline(std::cin, answer);
   return answer == "y" || answer == "Y" || answer == "yes";
@@ -81,8 +86,9 @@ std::string counted(std::uint64_t count, std::string_view noun) {
   return std::to_string(count) + " " + std::string(noun) + (count == 1 ? "" : "s");
 }
 
-ProgressBar::ProgressBar(std::string label, std::uint64_t total, bool quiet, Amount amount)
-    : label_(std::move(label)),
+ProgressBar::ProgressBar(const std::string& label, std::uint64_t total, bool quiet,
+                         Amount amount)
+    : label_(text::printable(label)),
       total_(total),
       amount_(amount),
       shown_(!quiet && stderrIsTerminal()) {}

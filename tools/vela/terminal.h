@@ -11,11 +11,15 @@ namespace vela::tool {
 /// Whether words may be coloured on standard error: it is a terminal and NO_COLOR is not set.
 bool stderrTakesColor();
 
-/// "vela: <words>" on standard error, in colour where that is wanted.
+/// "vela: <words>" on standard error, in colour where that is wanted. Everything said here is
+/// printable() first; line ends stay.
 void complain(std::string_view words);
 void warn(std::string_view words);
 /// A plain line on standard error.
 void say(std::string_view words);
+
+/// Text among the data on standard output: printable() on a terminal, as it is elsewhere.
+std::string dataText(const std::string& text);
 
 /// Asks on a terminal; elsewhere only `yes` will do.
 /// \throws "VELA:vela:NeedsConfirmation" where nobody can be asked
@@ -34,7 +38,8 @@ class ProgressBar {
 
   /// \param total   amount of work; 0 when unknown
   /// \param amount  an amount for people
-  ProgressBar(std::string label, std::uint64_t total, bool quiet, Amount amount = humanBytes);
+  ProgressBar(const std::string& label, std::uint64_t total, bool quiet,
+              Amount amount = humanBytes);
   /// Wipes the bar.
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
