@@ -4,13 +4,14 @@
 #include <mutex>
 #include <utility>
 
+#include "host/processmutex.h"
 #include "kodiag/message.h"
 
 namespace host {
 namespace {
 
 struct Registry {
-  std::mutex mutex;
+  ProcessMutex mutex;
   std::map<std::string, Feature*, std::less<>> byName;
 };
 

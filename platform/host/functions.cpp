@@ -5,13 +5,14 @@
 #include <mutex>
 #include <utility>
 
+#include "host/processmutex.h"
 #include "kodiag/message.h"
 
 namespace host {
 namespace {
 
 struct Offered {
-  std::mutex mutex;
+  ProcessMutex mutex;
   // Shared, so that a call outlives the withdrawal of its function.
   std::map<std::string, std::shared_ptr<const HostFunction>> byName;
 };

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 
+#include "host/processmutex.h"
 #include "kodd/storedvalue.h"
 #include "kodiag/message.h"
 
@@ -49,7 +50,7 @@ SchemaNumbers SchemaNumbers::positional(const Metamodel& model) {
 }
 
 const Layout& Layout::positional(const Metamodel& model) {
-  static std::mutex mutex;
+  static auto& mutex = *new host::ProcessMutex;
   // Never destroyed, like the schemas it belongs to.
   static auto& layouts = *new std::map<const Metamodel*, std::unique_ptr<const Layout>>;
   const std::scoped_lock lock(mutex);

@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 
+#include "host/processmutex.h"
 #include "kodd/schemabuilder.h"
 #include "kodd/schemadeclaration.h"
 
@@ -39,7 +40,7 @@ class SchemaShelf {
                        });
   }
 
-  std::mutex mutex_;
+  host::ProcessMutex mutex_;
   std::map<std::string, LoadedFile> files_;
   std::map<std::string, std::unique_ptr<Metamodel>> models_;
 };

@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "host/processmutex.h"
+
 namespace sqldb {
 namespace {
 
@@ -33,10 +35,12 @@ ProcessState& state() {
 
 void beforeFork() {
   state().mutex.lock();
+  host::ProcessMutex::lockAll();
   for (ForkParticipant* each : state().participants) each->prepareFork();
 }
 
 void afterForkInParent() {
+  host::ProcessMutex::unlockAll();
   state().mutex.unlock();
 }
 
@@ -46,6 +50,7 @@ void afterForkInChild() {
   state().writers.clear();
   state().indexes.clear();
   for (ForkParticipant* each : state().participants) each->abandonInChild();
+  host::ProcessMutex::unlockAll();
   state().mutex.unlock();
 }
 

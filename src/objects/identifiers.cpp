@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <mutex>
 
+#include "host/processmutex.h"
+
 namespace vela {
 namespace {
 
-std::mutex& generatorLock() {
-  static auto* lock = new std::mutex;
+host::ProcessMutex& generatorLock() {
+  static auto* lock = new host::ProcessMutex;
   return *lock;
 }
 

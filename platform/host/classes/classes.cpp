@@ -1,14 +1,16 @@
 #include "host/classes/classes.h"
 
+#include <mutex>
 #include <utility>
 
+#include "host/processmutex.h"
 #include "kodiag/message.h"
 
 namespace host {
 namespace {
 
 struct Registry {
-  std::mutex lock;
+  ProcessMutex lock;
   std::vector<std::unique_ptr<COSPackage>> packages;
 };
 
