@@ -29,7 +29,6 @@ host::Feature deleteOnEmpty{"VELAStaticDMRDeleteOnEmpty",
                             0};
 
 using Notifier = boost::shared_ptr<VelaInstance::CreateNotifier>;
-using RepositoryGuard = std::lock_guard<std::recursive_mutex>;
 
 /// What outlives an instance: a forked child starts with another one.
 struct Process {
@@ -161,13 +160,13 @@ void VelaInstance::unregisterAllNotifiers() {
 }
 
 void VelaInstance::setInstanceClosed() {
-  RepositoryGuard repository(repositoryLock());
+  const RepositoryGuard repository("setInstanceClosed");
   if (ObjectManager* manager = findObjectManager(defaultSchemaPath_))
     manager->setInstanceClosed();
 }
 
 void VelaInstance::setIsRapidAccelProcess() {
-  RepositoryGuard repository(repositoryLock());
+  const RepositoryGuard repository("setIsRapidAccelProcess");
   std::vector<ObjectManager*> managers;
   {
     std::lock_guard lock(lock_);
@@ -178,7 +177,7 @@ void VelaInstance::setIsRapidAccelProcess() {
 }
 
 void VelaInstance::deleteDMR() {
-  RepositoryGuard repository(repositoryLock());
+  const RepositoryGuard repository("deleteDMR");
   std::vector<Entry*> shared;
   for (Entry* entry : readyEntries()) {
     if (!entry->manager->isPersistentDMR()) continue;
@@ -210,7 +209,7 @@ void VelaInstance::purgeQueryLog() {
 }
 
 void VelaInstance::disconnectAll() {
-  RepositoryGuard repository(repositoryLock());
+  const RepositoryGuard repository("disconnectAll");
   Attempts attempts;
   for (Entry* entry : readyEntries()) {
     attempts.attempt([&] {
@@ -233,7 +232,7 @@ ObjectManager& VelaInstance::helperGetObjectManager(const std::string& schemaPat
   {
     // Waiting for another thread's opening is waiting for this lock: a thread that waited for
     // anything else while holding it would stop the opening.
-    RepositoryGuard repository(repositoryLock());
+    const RepositoryGuard repository("getObjectManager");
     Entry& entry = entryFor(schemaPath, isDefault);
     manager = entry.manager.get();
     if (entry.ready || entry.opening) return *manager;

@@ -17,10 +17,7 @@ using kodiag::util::diagnostics;
 struct BlobStream::Impl final : Pin {
   Impl(const PropertyRef& blobProperty, std::shared_ptr<Session> owner, Access wanted)
       : Pin(std::move(owner)), property(blobProperty), access(wanted) {}
-  ~Impl() override {
-    const std::scoped_lock lock(session()->mutex());
-    close();
-  }
+  ~Impl() override { closeHere(); }
 
   using Pin::session;
 
@@ -32,6 +29,22 @@ struct BlobStream::Impl final : Pin {
     length = 0;
   }
 
+  void closeHere() noexcept {
+    const SessionUse use(*this);
+    close();
+  }
+  /// Runs one operation on the connection of the open blob, or on one lent for it.
+  template <class Body>
+  void run(sqldb::Database::Access how, const char* operation, diagnostics& diag,
+           Body&& body) {
+    const SessionUse use(*this);
+    perform(*session(), how, operation, diag, std::forward<Body>(body));
+  }
+
+  sqldb::Database::Access wanted() const {
+    return access == Access::write ? sqldb::Database::Access::write
+                                   : sqldb::Database::Access::read;
+  }
   void open(int id);
   bool reopen(int id);
   void openAnew(int id);
@@ -77,11 +90,10 @@ void BlobStream::Impl::openAnew(int id) {
   const bool writes = access == Access::write;
   const Layout& layout = session()->layout();
   try {
-    blob.emplace(
-        session()
-            ->database("open a blob")
-            .blob(layout.of(*property.info()->owner).table, layout.of(*property.info()).name,
-                  id, writes ? sqldb::Database::Access::write : sqldb::Database::Access::read));
+    blob.emplace(session()
+                     ->database("open a blob")
+                     .blob(layout.of(*property.info()->owner).table,
+                           layout.of(*property.info()).name, id, wanted()));
     hold(writes);
     length = static_cast<std::size_t>(blob->size());
   } catch (const kodiag::except::ExceptionWithCauses&) {
@@ -99,7 +111,7 @@ void BlobStream::Impl::checkWritable() const {
                                               {"Location", session()->location()},
                                               {"Reason", "the blob is open for reading"}});
   }
-  if (!session()->innermost()) {
+  if (!session()->isWriting()) {
     kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", "write a blob in place"}});
   }
 }
@@ -159,12 +171,11 @@ BlobStream::BlobStream(BlobStream&&) noexcept = default;
 BlobStream& BlobStream::operator=(BlobStream&&) noexcept = default;
 
 void BlobStream::open(int objectID, diagnostics& diag) {
-  perform(*impl_->session(), "open a blob", diag, [&] { impl_->open(objectID); });
+  impl_->run(impl_->wanted(), "open a blob", diag, [&] { impl_->open(objectID); });
 }
 
 void BlobStream::close() {
-  const std::scoped_lock lock(impl_->session()->mutex());
-  impl_->close();
+  impl_->closeHere();
 }
 
 std::size_t BlobStream::size() const {
@@ -173,7 +184,7 @@ std::size_t BlobStream::size() const {
 
 void BlobStream::read(std::size_t offset, std::size_t length, void* into,
                       diagnostics& diag) const {
-  perform(*impl_->session(), "read a blob", diag, [&] {
+  impl_->run(sqldb::Database::Access::read, "read a blob", diag, [&] {
     const sqldb::Blob* blob = impl_->opened();
     impl_->checkRange(offset, length);
     if (length > 0) blob->read(offset, {static_cast<std::byte*>(into), length});
@@ -182,7 +193,7 @@ void BlobStream::read(std::size_t offset, std::size_t length, void* into,
 
 void BlobStream::write(std::size_t offset, std::size_t length, const void* from,
                        diagnostics& diag) {
-  perform(*impl_->session(), "write a blob", diag, [&] {
+  impl_->run(sqldb::Database::Access::write, "write a blob", diag, [&] {
     impl_->checkWritable();
     sqldb::Blob* blob = impl_->opened();
     impl_->checkRange(offset, length);
@@ -191,7 +202,8 @@ void BlobStream::write(std::size_t offset, std::size_t length, const void* from,
 }
 
 void BlobStream::growTo(std::size_t byteCount, diagnostics& diag) {
-  perform(*impl_->session(), "grow a blob", diag, [&] { impl_->growTo(byteCount); });
+  impl_->run(sqldb::Database::Access::write, "grow a blob", diag,
+             [&] { impl_->growTo(byteCount); });
 }
 
 }  // namespace kodd

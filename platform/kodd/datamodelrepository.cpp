@@ -18,6 +18,7 @@ namespace kodd {
 namespace {
 
 using kodiag::util::diagnostics;
+using Access = sqldb::Database::Access;
 
 [[noreturn]] void raiseTransactionActive(const char* operation) {
   kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", operation}});
@@ -60,42 +61,67 @@ void callFunction(DictionaryFunction& fn, diagnostics& diag) {
   }
 }
 
-/// One unit around a caller's function: undone unless kept.
+/// One unit around a caller's function, once begun: undone unless kept.
 class FunctionUnit {
  public:
-  FunctionUnit(Session& session, sqldb::Database::Access access, UnitKind kind)
-      : session_(session) {
-    session_.database("unit of work");
-    session_.begin(access, kind, "unit of work");
-  }
+  explicit FunctionUnit(Session& session) : session_(session) {}
   ~FunctionUnit() {
-    // The function may have closed the repository, which ends every unit.
-    if (open_ && session_.isOpen()) session_.rollback();
+    // The function may have closed the repository, which ends every unit, and a child that was
+    // forked in it has no unit.
+    if (!open_ || !session_.isOpen() || session_.isForked()) return;
+    const SessionUse use(session_, Access::read, kOperation);
+    session_.rollback();
   }
   FunctionUnit(const FunctionUnit&) = delete;
   FunctionUnit& operator=(const FunctionUnit&) = delete;
 
-  void keep() {
-    open_ = false;
-    session_.database("unit of work");
-    session_.commit();
+  void begin(Access access, UnitKind kind) {
+    const SessionUse use(session_, access, kOperation);
+    session_.database(kOperation);
+    session_.begin(access, kind, kOperation);
+    open_ = true;
+  }
+  bool tryBegin(UnitKind kind) {
+    const SessionUse use(session_, Access::read, kOperation);
+    session_.database(kOperation);
+    open_ = session_.tryBegin(kind, kOperation);
+    return open_;
+  }
+  void run(DictionaryFunction& fn, diagnostics& diag) {
+    callFunction(fn, diag);
+    if (diag.empty()) keep();
   }
 
  private:
+  static constexpr const char* kOperation = "unit of work";
+
+  void keep() {
+    open_ = false;
+    // The turn to write, where it is one that writes, came with the unit.
+    const SessionUse use(session_, Access::read, kOperation);
+    session_.database(kOperation);
+    session_.commit();
+  }
+
   Session& session_;
-  bool open_ = true;
+  bool open_ = false;
 };
 
-void performFunction(const std::shared_ptr<Session>& session, sqldb::Database::Access access,
-                     UnitKind kind, DictionaryFunction& fn, diagnostics& diag) {
+/// `begin` opens the unit, or tells that it cannot be had now. \returns whether it ran
+template <class Begin>
+bool performFunction(const std::shared_ptr<Session>& session, DictionaryFunction& fn,
+                     diagnostics& diag, Begin&& begin) {
   // Its own, so that errors from before do not undo good work.
   diagnostics own;
-  perform(*session, "unit of work", own, [&] {
-    FunctionUnit unit(*session, access, kind);
-    callFunction(fn, own);
-    if (own.empty()) unit.keep();
-  });
+  try {
+    FunctionUnit unit(*session);
+    if (!begin(unit)) return false;
+    unit.run(fn, own);
+  } catch (...) {
+    reportException("unit of work", own);
+  }
   diag.append(own);
+  return true;
 }
 
 /// A number made from the selected objects, whose table is "s0".
@@ -125,15 +151,15 @@ DataModelRepository::~DataModelRepository() {
 void DataModelRepository::open(const std::wstring& file, const std::wstring& schemaFile,
                                const Options& options, diagnostics& diag) {
   const std::shared_ptr<Session> previous = session_;
-  perform(*previous, "open", diag, [&] {
+  performRead(*previous, "open", diag, [&] {
     if (isInsideFunction(*previous)) raiseTransactionActive("open");
     previous->close();
     session_ = std::make_shared<Session>(previous->hooks());
   });
   if (session_ == previous) return;
   diagnostics failure;
-  perform(*session_, "open", failure,
-          [&] { session_->open(text::toUtf8(file), text::toUtf8(schemaFile), options); });
+  performRead(*session_, "open", failure,
+              [&] { session_->open(text::toUtf8(file), text::toUtf8(schemaFile), options); });
   if (!failure.empty()) session_->rememberFailure(failure);
   diag.append(failure);
 }
@@ -142,8 +168,18 @@ void DataModelRepository::close() {
   session_->close();
 }
 
+void DataModelRepository::closeInTurn(diagnostics& diag) {
+  std::shared_ptr<sqldb::RepositoryLock> turn;
+  try {
+    if (isOpen() && !session_->isForked()) turn = session_->takeTurn("close");
+  } catch (...) {
+    return reportException("close", diag);
+  }
+  close();
+  if (turn) turn->releaseWrite();
+}
+
 bool DataModelRepository::isOpen() const {
-  const std::scoped_lock lock(session_->mutex());
   return session_->isOpen();
 }
 
@@ -153,7 +189,7 @@ std::wstring DataModelRepository::location() const {
 
 MetamodelRef DataModelRepository::metamodel(diagnostics& diag) {
   MetamodelRef model;
-  perform(*session_, "metamodel", diag, [&] {
+  performRead(*session_, "metamodel", diag, [&] {
     session_->database("metamodel");
     model = MetamodelRef(&session_->layout().model());
   });
@@ -162,14 +198,14 @@ MetamodelRef DataModelRepository::metamodel(diagnostics& diag) {
 
 std::string DataModelRepository::databaseID(diagnostics& diag) {
   std::string id;
-  perform(*session_, "databaseID", diag,
-          [&] { id = kodd::databaseID(session_->database("databaseID")); });
+  performRead(*session_, "databaseID", diag,
+              [&] { id = kodd::databaseID(session_->database("databaseID")); });
   return id;
 }
 
 ObjectRef DataModelRepository::createObject(const ClassRef& cls, diagnostics& diag) {
   ObjectRef object;
-  perform(*session_, "create an object", diag, [&] {
+  performWrite(*session_, "create an object", diag, [&] {
     sqldb::Database& database = session_->database("create an object");
     const ClassLayout& layout = session_->layout().of(cls);
     const int id = session_->create(*cls.info(), [&](int next) {
@@ -184,7 +220,7 @@ ObjectRef DataModelRepository::createObject(const ClassRef& cls, diagnostics& di
 
 ObjectRef DataModelRepository::getObjectRef(int id, const ClassRef& cls, diagnostics& diag) {
   ObjectRef object;
-  perform(*session_, "find an object", diag, [&] {
+  performRead(*session_, "find an object", diag, [&] {
     session_->database("find an object");
     session_->layout().of(cls);
     if (session_->exists(*cls.info(), id)) object = ObjectRef(session_, cls, id);
@@ -194,7 +230,7 @@ ObjectRef DataModelRepository::getObjectRef(int id, const ClassRef& cls, diagnos
 
 ObjectRef DataModelRepository::getObjectRef(int id, diagnostics& diag) {
   ObjectRef object;
-  perform(*session_, "find an object", diag, [&] {
+  performRead(*session_, "find an object", diag, [&] {
     session_->database("find an object");
     object = objectWithID(session_, id);
   });
@@ -203,7 +239,7 @@ ObjectRef DataModelRepository::getObjectRef(int id, diagnostics& diag) {
 
 void DataModelRepository::findObjects(const ClassRef& cls, const MatchConstraints& constraints,
                                       std::vector<ObjectRef>& results, diagnostics& diag) {
-  perform(*session_, "find objects", diag, [&] {
+  performRead(*session_, "find objects", diag, [&] {
     session_->database("find objects");
     appendMatches(session_, cls, constraints, results);
   });
@@ -211,15 +247,15 @@ void DataModelRepository::findObjects(const ClassRef& cls, const MatchConstraint
 
 long long DataModelRepository::countObjects(const Selection& selection, diagnostics& diag) {
   long long count = 0;
-  perform(*session_, "count objects", diag,
-          [&] { count = aggregate(*session_, "count(*)", selection); });
+  performRead(*session_, "count objects", diag,
+              [&] { count = aggregate(*session_, "count(*)", selection); });
   return count;
 }
 
 std::vector<int> DataModelRepository::selectIDs(const Selection& selection,
                                                 const PropertyRef& orderBy, diagnostics& diag) {
   std::vector<int> ids;
-  perform(*session_, "find objects", diag, [&] {
+  performRead(*session_, "find objects", diag, [&] {
     sqldb::Database& database = session_->database("find objects");
     const Layout& layout = session_->layout();
     if (orderBy.isValid()) checkProperty(orderBy, selection.cls());
@@ -239,7 +275,7 @@ std::vector<int> DataModelRepository::selectIDs(const Selection& selection,
 std::uint64_t DataModelRepository::countBlobBytes(const Selection& selection,
                                                   diagnostics& diag) {
   long long bytes = 0;
-  perform(*session_, "count bytes", diag, [&] {
+  performRead(*session_, "count bytes", diag, [&] {
     const Layout& layout = session_->layout();
     layout.of(selection.cls());
     for (const auto& property : selection.cls().info()->properties) {
@@ -252,20 +288,20 @@ std::uint64_t DataModelRepository::countBlobBytes(const Selection& selection,
 }
 
 void DataModelRepository::beginTransaction(diagnostics& diag) {
-  perform(*session_, "begin a transaction", diag, [&] {
+  performWrite(*session_, "begin a transaction", diag, [&] {
     session_->database("begin a transaction");
     if (isInsideFunction(*session_) || session_->isInside(UnitKind::explicitTransaction)) {
       raiseTransactionActive("begin a transaction");
     }
     // The transaction may outlive the scopes that are reading now.
     session_->endReadScopes();
-    session_->begin(sqldb::Database::Access::write, UnitKind::explicitTransaction,
-                    "transaction");
+    session_->begin(Access::write, UnitKind::explicitTransaction, "transaction");
+    session_->noteUnitOfThread();
   });
 }
 
 void DataModelRepository::commitTransaction(diagnostics& diag) {
-  perform(*session_, "commit a transaction", diag, [&] {
+  performRead(*session_, "commit a transaction", diag, [&] {
     session_->database("commit a transaction");
     if (session_->innermost() != UnitKind::explicitTransaction) {
       raiseNoTransaction("commit a transaction");
@@ -275,7 +311,7 @@ void DataModelRepository::commitTransaction(diagnostics& diag) {
 }
 
 void DataModelRepository::rollbackTransaction(diagnostics& diag) {
-  perform(*session_, "roll back a transaction", diag, [&] {
+  performRead(*session_, "roll back a transaction", diag, [&] {
     session_->database("roll back a transaction");
     if (session_->innermost() != UnitKind::explicitTransaction) {
       raiseNoTransaction("roll back a transaction");
@@ -285,60 +321,72 @@ void DataModelRepository::rollbackTransaction(diagnostics& diag) {
 }
 
 void DataModelRepository::performDictionaryFunction(DictionaryFunction& fn, diagnostics& diag) {
-  performFunction(session_, sqldb::Database::Access::write, UnitKind::dictionary, fn, diag);
+  performFunction(session_, fn, diag, [](FunctionUnit& unit) {
+    unit.begin(Access::write, UnitKind::dictionary);
+    return true;
+  });
+}
+
+bool DataModelRepository::tryDictionaryFunction(DictionaryFunction& fn, diagnostics& diag) {
+  return performFunction(session_, fn, diag, [](FunctionUnit& unit) {
+    return unit.tryBegin(UnitKind::dictionary);
+  });
 }
 
 void DataModelRepository::performReadFunction(DictionaryFunction& fn, diagnostics& diag) {
-  performFunction(session_, sqldb::Database::Access::read, UnitKind::readFunction, fn, diag);
+  performFunction(session_, fn, diag, [](FunctionUnit& unit) {
+    unit.begin(Access::read, UnitKind::readFunction);
+    return true;
+  });
 }
 
 DataModelRepository::ReadScope::ReadScope(DataModelRepository& repository)
     : session_(repository.session_) {
   diagnostics ignored;  // what cannot be read will say so itself
-  perform(*session_, "read", ignored, [this] {
-    if (session_->isOpen()) ticket_ = session_->enterReadScope();
+  performRead(*session_, "read", ignored, [this] {
+    if (!session_->isOpen()) return;
+    ticket_ = session_->enterReadScope();
+    link_ = &session_->link();
   });
 }
 
 DataModelRepository::ReadScope::~ReadScope() {
-  const std::scoped_lock lock(session_->mutex());
-  if (ticket_ != 0 && session_->isOpen()) session_->leaveReadScope(ticket_);
+  if (ticket_ == 0) return;
+  diagnostics ignored;  // nothing is written in a unit that reads
+  try {
+    const SessionUse use(*session_, *link_);
+    if (session_->isOpen() && !session_->isForked()) session_->leaveReadScope(ticket_);
+  } catch (...) {
+    reportException("read", ignored);
+  }
 }
 
 int DataModelRepository::depth() const {
-  const std::scoped_lock lock(session_->mutex());
-  const sqldb::Database* database = session_->databaseIfOpen();
-  return database ? database->depth() : 0;
+  return session_->depth();
 }
 
 void DataModelRepository::setRollbackListener(boost::function<void(int level)> listener) {
-  const std::scoped_lock lock(session_->mutex());
-  session_->hooks().rollbackListener = std::move(listener);
+  session_->setRollbackListener(std::move(listener));
 }
 
 void DataModelRepository::setTraceCallback(sqldb::Database::TraceCallback callback) {
   diagnostics ignored;  // a database that takes no hooks says why at its next use
-  perform(*session_, "trace", ignored, [&] {
-    session_->hooks().trace = std::move(callback);
-    session_->installHooks();
-  });
+  performRead(*session_, "trace", ignored, [&] { session_->setTrace(std::move(callback)); });
 }
 
 void DataModelRepository::setProfileCallback(sqldb::Database::ProfileCallback callback) {
   diagnostics ignored;
-  perform(*session_, "profile", ignored, [&] {
-    session_->hooks().profile = std::move(callback);
-    session_->installHooks();
-  });
+  performRead(*session_, "profile", ignored,
+              [&] { session_->setProfile(std::move(callback)); });
 }
 
 sqldb::Database* DataModelRepository::getDB() {
-  return session_->databaseIfOpen();
+  return session_->mainDatabase();
 }
 
 void DataModelRepository::checkFile(const std::wstring& file, diagnostics& diag) {
-  const Session none;
-  perform(none, "check a file", diag, [&] {
+  Session none;
+  performRead(none, "check a file", diag, [&] {
     const std::string location = text::toUtf8(file);
     if (sqldb::Database::identify(location, kApplicationId) != sqldb::FileKind::foreign) return;
     kodiag::raise({"KODD:kodd", "NotARepository"},
@@ -348,7 +396,7 @@ void DataModelRepository::checkFile(const std::wstring& file, diagnostics& diag)
 
 std::vector<std::string> DataModelRepository::integrityProblems(diagnostics& diag) {
   std::vector<std::string> problems;
-  perform(*session_, "check the repository", diag, [&] {
+  performRead(*session_, "check the repository", diag, [&] {
     problems =
         findIntegrityProblems(session_->database("check the repository"), session_->layout());
   });
@@ -356,23 +404,23 @@ std::vector<std::string> DataModelRepository::integrityProblems(diagnostics& dia
 }
 
 void DataModelRepository::checkpoint(diagnostics& diag) {
-  perform(*session_, "checkpoint", diag,
-          [&] { session_->database("checkpoint").checkpoint(); });
+  performWrite(*session_, "checkpoint", diag,
+               [&] { session_->database("checkpoint").checkpoint(); });
 }
 
 void DataModelRepository::releaseFreePages(int pages, diagnostics& diag) {
-  perform(*session_, "releaseFreePages", diag,
-          [&] { session_->database("releaseFreePages").releaseFreePages(pages); });
+  performWrite(*session_, "releaseFreePages", diag,
+               [&] { session_->database("releaseFreePages").releaseFreePages(pages); });
 }
 
 void DataModelRepository::compact(diagnostics& diag) {
-  perform(*session_, "compact", diag, [&] { session_->database("compact").compact(); });
+  performWrite(*session_, "compact", diag, [&] { session_->database("compact").compact(); });
 }
 
 sqldb::FileSpace DataModelRepository::space(diagnostics& diag) {
   sqldb::FileSpace found;
-  perform(*session_, "measure the file", diag,
-          [&] { found = session_->database("measure the file").space(); });
+  performRead(*session_, "measure the file", diag,
+              [&] { found = session_->database("measure the file").space(); });
   return found;
 }
 

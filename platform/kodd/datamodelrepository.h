@@ -18,15 +18,21 @@
 
 namespace kodd {
 
+struct SessionLink;
+
 using DictionaryFunction = boost::function<void(kodiag::util::diagnostics&)>;
 
 /// The repository file seen as objects.
 ///
 /// Failures are left in the diagnostics, never thrown. A repository that could not be opened
-/// keeps the reason and reports it ("RepositoryNotOpen" with that cause) at every use. Threads:
-/// every operation takes the store's recursive mutex; a dictionary function holds it
-/// throughout, so no other thread's write can slip into its unit. Explicit transactions do not
-/// hold it: they belong to the thread that uses the repository.
+/// keeps the reason and reports it ("RepositoryNotOpen" with that cause) at every use.
+///
+/// Threads: any number may use the repository, except while it is opened or destroyed. A unit
+/// of work (read scope, dictionary function, explicit transaction) belongs to the thread that
+/// began it: what other threads do meanwhile is no part of it. Readers do not wait for writers;
+/// writers take turns, first come, first served, and fail with "RepositoryBusy", which names
+/// what is in the way, after the busy timeout. When a thread ends, its units are undone. On a
+/// file system without shared memory there is one connection, and readers wait too.
 class DataModelRepository {
  public:
   DataModelRepository();
@@ -43,11 +49,15 @@ class DataModelRepository {
 
   /// Opens or creates the repository. Classes, properties and indexes that the stored schema
   /// lacks are added; nothing is dropped; a property whose kind changed is "SchemaError".
-  /// Refused inside a unit of work ("TransactionActive"); an open repository is closed first.
+  /// Refused inside a dictionary function ("TransactionActive"); an open repository is closed
+  /// first.
   void open(const std::wstring& file, const std::wstring& schemaFile, const Options& options,
             kodiag::util::diagnostics& diag);
-  /// Rolls back what is open, writes the log into the file and closes. Handles die.
+  /// Undoes the units of all threads, writes the log into the file and closes. Handles die.
   void close();
+  /// The same, after the writing units of other threads have ended: "RepositoryBusy" when they
+  /// do not within the busy timeout, and the repository stays open.
+  void closeInTurn(kodiag::util::diagnostics& diag);
   bool isOpen() const;
   std::wstring location() const;
 
@@ -70,8 +80,8 @@ class DataModelRepository {
   /// Bytes of the blobs of those objects.
   std::uint64_t countBlobBytes(const Selection& selection, kodiag::util::diagnostics& diag);
 
-  /// An explicit transaction. A second begin, or one inside a dictionary function, is
-  /// "TransactionActive"; an end without a begin, or inside a dictionary function,
+  /// An explicit transaction of this thread. A second begin, or one inside a dictionary
+  /// function, is "TransactionActive"; an end without a begin, or inside a dictionary function,
   /// "NoTransaction".
   void beginTransaction(kodiag::util::diagnostics& diag);
   void commitTransaction(kodiag::util::diagnostics& diag);
@@ -82,13 +92,19 @@ class DataModelRepository {
   /// ("DictFuncThrewException", "DictFuncThrewStdException", with the exception as cause) or
   /// leaves diagnostics. `fn` starts with fresh diagnostics, which are then appended to `diag`.
   void performDictionaryFunction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
+  /// The same for a function that writes what has been found out in the read scope around it:
+  /// it does not run when somebody else is writing now, and fails with "RepositoryBusy" at its
+  /// first write when somebody has written since the scope began. Waits for nobody.
+  /// \returns whether it ran
+  bool tryDictionaryFunction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
   /// The same for a function that only reads: takes no write lock and does not wait for
   /// writers.
   void performReadFunction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
 
-  /// Reads made while it lives see one state of the file and cost a tenth. Does nothing when a
-  /// unit is open already or the repository is not. A write inside turns it into a unit that is
-  /// kept.
+  /// What this thread reads while it lives is one state of the file and costs a tenth. Does
+  /// nothing when a unit of this thread is open already or the repository is not. A write
+  /// inside is committed at once, and is seen from then on together with all that others have
+  /// committed. Any thread may end it.
   class ReadScope {
    public:
     explicit ReadScope(DataModelRepository& repository);
@@ -98,17 +114,19 @@ class DataModelRepository {
 
    private:
     std::shared_ptr<Session> session_;
+    SessionLink* link_ = nullptr;
     unsigned long long ticket_ = 0;  ///< which read unit it keeps open; 0 when none
   };
 
-  /// Number of open units of work.
+  /// Number of open units of work of this thread.
   int depth() const;
   /// Called with the number of the level (1 is the outermost) whenever one has been undone.
   void setRollbackListener(boost::function<void(int level)> listener);
 
   void setTraceCallback(sqldb::Database::TraceCallback callback);
   void setProfileCallback(sqldb::Database::ProfileCallback callback);
-  /// The embedded database; null when the repository is not open.
+  /// The main connection of the embedded database, for settings and for what concerns the file
+  /// as a whole; null when the repository is not open. Not for use beside other threads.
   sqldb::Database* getDB();
 
   /// Whether the file at that path may be opened as a repository, found out without changing

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include "kodiag/message.h"
 
 namespace kodd {
 
-IdAllocator::IdAllocator(sqldb::Database& database, const Layout& layout)
-    : database_(database), layout_(layout), states_(layout.model().classes().size()) {}
+IdAllocator::IdAllocator(Connection database, const Layout& layout)
+    : database_(std::move(database)),
+      layout_(layout),
+      states_(layout.model().classes().size()) {}
 
 int IdAllocator::next(const ClassInfo& cls) const {
   const State& current = state(cls);
@@ -44,14 +47,14 @@ void IdAllocator::reserve(const ClassInfo& cls) {
     const int block = freshBlock();
     // First: the row goes with the unit that is undone, and IDs of it may be in somebody's
     // hands.
-    database_.noteNumber(static_cast<std::uint64_t>(block));
+    database_().noteNumber(static_cast<std::uint64_t>(block));
     insertBlock(block, cls);
     highestBlock_ = block;
     state(cls) = {block, kBlockSize, 0};
   }
   const int block = state(cls).block;
   uncommitted_.push_back({block, &cls});
-  classes_[block] = &cls;
+  rememberClass(block, &cls);
 }
 
 bool IdAllocator::reclaimOrphan(const ClassInfo& cls) {
@@ -64,21 +67,21 @@ bool IdAllocator::reclaimOrphan(const ClassInfo& cls) {
 
 bool IdAllocator::insertBlock(int block, const ClassInfo& cls) {
   sqldb::Statement insert =
-      database_.statement("INSERT OR IGNORE INTO kodd_blocks(b,class) VALUES(?,?)");
+      database_().statement("INSERT OR IGNORE INTO kodd_blocks(b,class) VALUES(?,?)");
   insert.bind(1, block);
   insert.bind(2, layout_.of(cls).number);
   return insert.run() == 1;
 }
 
 int IdAllocator::freshBlock() const {
-  sqldb::Statement query = database_.statement("SELECT coalesce(max(b),0) FROM kodd_blocks");
+  sqldb::Statement query = database_().statement("SELECT coalesce(max(b),0) FROM kodd_blocks");
   query.step();
   // A number that no block can have does not come from us.
-  const std::uint64_t noted = database_.notedNumber();
+  const std::uint64_t noted = database_().notedNumber();
   const long long stored = std::max<long long>(
       query.int64(0), noted <= kLastBlock ? static_cast<long long>(noted) : 0);
   if (stored >= kLastBlock || highestBlock_ >= kLastBlock) {
-    kodiag::raise({"KODD:kodd", "OutOfIDs"}, {{"Location", database_.location()}});
+    kodiag::raise({"KODD:kodd", "OutOfIDs"}, {{"Location", database_().location()}});
   }
   return std::max(highestBlock_, static_cast<int>(stored)) + 1;
 }
@@ -87,7 +90,10 @@ void IdAllocator::rolledBack(std::size_t mark) noexcept {
   while (uncommitted_.size() > mark) {
     const Reservation undone = uncommitted_.back();
     uncommitted_.pop_back();
-    classes_.erase(undone.block);
+    {
+      const std::lock_guard guard(classesMutex_);
+      classes_.erase(undone.block);
+    }
     State& current = state(*undone.cls);
     // An earlier block of the same level was used up before.
     if (current.block != undone.block) continue;
@@ -99,13 +105,21 @@ void IdAllocator::rolledBack(std::size_t mark) noexcept {
 const ClassInfo* IdAllocator::classOf(int id) {
   if (id < kBlockSize) return nullptr;
   const int block = id / kBlockSize;
-  if (const auto known = classes_.find(block); known != classes_.end()) return known->second;
-  sqldb::Statement query = database_.statement("SELECT class FROM kodd_blocks WHERE b=?");
+  {
+    const std::lock_guard guard(classesMutex_);
+    if (const auto known = classes_.find(block); known != classes_.end()) return known->second;
+  }
+  sqldb::Statement query = database_().statement("SELECT class FROM kodd_blocks WHERE b=?");
   query.bind(1, block);
   if (!query.step()) return nullptr;
   const ClassInfo* cls = layout_.classNumbered(static_cast<int>(query.int64(0)));
-  classes_.emplace(block, cls);
+  rememberClass(block, cls);
   return cls;
+}
+
+void IdAllocator::rememberClass(int block, const ClassInfo* cls) {
+  const std::lock_guard guard(classesMutex_);
+  classes_[block] = cls;
 }
 
 }  // namespace kodd

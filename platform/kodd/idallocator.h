@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <mutex>
 #include <unordered_map>
 #include <vector>
 
@@ -18,12 +20,17 @@ namespace kodd {
 /// undoes it. An ID that was taken in a level that is later undone is not given again; a block
 /// reserved in such a level is gone from the file and is reserved anew. So IDs of one class
 /// rise in the order of creation.
+///
+/// Threads: whoever has the turn to write; classOf() from any.
 class IdAllocator {
  public:
   static constexpr int kBlockSize = 256;      // Stored in every ID; never change.
   static constexpr int kLastBlock = 8388607;  ///< its IDs are the last of 31 bits
 
-  IdAllocator(sqldb::Database& database, const Layout& layout);
+  /// The connection that the calling thread works with.
+  using Connection = std::function<sqldb::Database&()>;
+
+  IdAllocator(Connection database, const Layout& layout);
 
   /// Whether an ID of the class is at hand; else reserve() has to come first.
   bool hasFree(const ClassInfo& cls) const { return state(cls).left > 0; }
@@ -69,9 +76,12 @@ class IdAllocator {
   bool reclaimOrphan(const ClassInfo& cls);
   int freshBlock() const;
 
-  sqldb::Database& database_;
+  void rememberClass(int block, const ClassInfo* cls);
+
+  Connection database_;
   const Layout& layout_;
   std::vector<State> states_;
+  std::mutex classesMutex_;
   std::unordered_map<int, const ClassInfo*> classes_;  ///< by block
   std::vector<Reservation> uncommitted_;
   int highestBlock_ = 0;  ///< ever reserved here, kept or not

@@ -182,7 +182,7 @@ ObjectCopier& ObjectCopier::operator=(ObjectCopier&&) noexcept = default;
 
 long long ObjectCopier::add(const Selection& selection, diagnostics& diag) {
   long long count = 0;
-  perform(*impl_->session, kOperation, diag, [&] {
+  performWrite(*impl_->session, kOperation, diag, [&] {
     impl_->ensureMap();
     const ClassRef cls = selection.cls();
     count = impl_->countNew(selection);
@@ -196,7 +196,7 @@ long long ObjectCopier::add(const Selection& selection, diagnostics& diag) {
 }
 
 void ObjectCopier::substitute(int original, int standIn, diagnostics& diag) {
-  perform(*impl_->session, kOperation, diag, [&] {
+  performWrite(*impl_->session, kOperation, diag, [&] {
     impl_->ensureMap();
     sqldb::Statement insert = impl_->database().statement(
         "INSERT INTO temp.kodd_copies(old,new,class) VALUES(?,?,0)");
@@ -208,21 +208,21 @@ void ObjectCopier::substitute(int original, int standIn, diagnostics& diag) {
 
 void ObjectCopier::give(const PropertyRef& property, const EntryValue& value,
                         diagnostics& diag) {
-  perform(*impl_->session, kOperation, diag, [&] {
+  performWrite(*impl_->session, kOperation, diag, [&] {
     const PropertyInfo& info = *property.info();
     impl_->given.push_back({&info, storedEntry(info, value, impl_->owned.emplace_back())});
   });
 }
 
 void ObjectCopier::copy(diagnostics& diag) {
-  perform(*impl_->session, kOperation, diag, [&] {
+  performWrite(*impl_->session, kOperation, diag, [&] {
     for (const ClassRef& cls : impl_->classes) impl_->insertCopies(cls);
   });
 }
 
 int ObjectCopier::placeOf(int original, diagnostics& diag) {
   int place = 0;
-  perform(*impl_->session, kOperation, diag, [&] {
+  performWrite(*impl_->session, kOperation, diag, [&] {
     impl_->ensureMap();
     sqldb::Statement query =
         impl_->database().statement("SELECT new FROM temp.kodd_copies WHERE old=?");

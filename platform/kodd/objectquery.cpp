@@ -100,15 +100,17 @@ struct ResultIterator::Impl final : Pin {
   Impl(std::shared_ptr<Session> owner, std::shared_ptr<const QueryShape> queryShape,
        QueryValues queryValues)
       : Pin(std::move(owner)), shape(std::move(queryShape)), values(std::move(queryValues)) {}
-  ~Impl() override {
-    const std::scoped_lock lock(session()->mutex());
-    finish();
-  }
+  ~Impl() override { finishHere(); }
 
   void letGo() noexcept override { statement.reset(); }
+  /// Needs the connection it runs on in use.
   void finish() noexcept {
     release();
     statement.reset();
+  }
+  void finishHere() noexcept {
+    const SessionUse use(*this);
+    finish();
   }
 
   std::shared_ptr<const QueryShape> shape;
@@ -184,13 +186,13 @@ ResultIterator::~ResultIterator() = default;
 bool ResultIterator::getNextResult(diagnostics& diag) {
   if (!impl_) return false;
   bool found = false;
-  const bool succeeded = perform(*impl_->session(), "query", diag, [&] {
+  const SessionUse use(*impl_);
+  const bool succeeded = performRead(*impl_->session(), "query", diag, [&] {
     if (!impl_->statement) return;
     found = readRow(impl_->session(), *impl_->shape, *impl_->statement);
     if (!found) impl_->finish();
   });
   if (succeeded) return found;
-  const std::scoped_lock lock(impl_->session()->mutex());
   impl_->finish();
   return false;
 }
@@ -363,7 +365,7 @@ void ObjectQuery::setLimit(int rows) {
 
 ResultIterator ObjectQuery::execute(diagnostics& diag) {
   std::unique_ptr<ResultIterator::Impl> run;
-  perform(*impl_->session, "query", diag, [&] {
+  performRead(*impl_->session, "query", diag, [&] {
     Session& session = *impl_->session;
     session.database("query");
     impl_->shape->raiseDefect();
@@ -379,7 +381,7 @@ ResultIterator ObjectQuery::execute(diagnostics& diag) {
 
 bool ObjectQuery::executeForOne(diagnostics& diag) {
   bool found = false;
-  perform(*impl_->session, "query", diag, [&] {
+  performRead(*impl_->session, "query", diag, [&] {
     Session& session = *impl_->session;
     session.database("query");
     impl_->shape->raiseDefect();

@@ -24,12 +24,14 @@ struct EntryStorage {
 };
 thread_local EntryStorage entryStorage;
 
+using Access = sqldb::Database::Access;
+
 template <class Body>
-void performOn(const ObjectRef& object, std::string_view operation, diagnostics& diag,
-               Body&& body) {
-  static const Session noSession;
-  const Session& session = object.session() ? *object.session() : noSession;
-  perform(session, operation, diag, [&] {
+void performOn(const ObjectRef& object, Access access, std::string_view operation,
+               diagnostics& diag, Body&& body) {
+  static Session noSession;
+  Session& session = object.session() ? *object.session() : noSession;
+  perform(session, access, operation, diag, [&] {
     if (object.id() == 0) raiseInvalidObject("An empty handle", "it names no object");
     body(*object.session(), object.session()->databaseOf(object.id()));
   });
@@ -43,31 +45,35 @@ void performOn(const ObjectRef& object, std::string_view operation, diagnostics&
 template <class Read>
 void readProperty(const ObjectRef& object, const PropertyRef& prop, const char* asWhat,
                   bool (*fits)(PropertyKind), diagnostics& diag, Read&& read) {
-  performOn(object, "read a property", diag, [&](Session& session, sqldb::Database& database) {
-    checkProperty(prop, object.cls());
-    requireKind(*prop.info(), fits, asWhat);
-    const ColumnLayout& column = session.layout().of(*prop.info());
-    const bool isReference = prop.kind() == PropertyKind::reference;
-    sqldb::Statement query = database.statement(isReference ? column.live : column.read);
-    query.bind(1, object.id());
-    if (!query.step()) raiseGone(object);
-    read(session, query);
-  });
+  performOn(object, Access::read, "read a property", diag,
+            [&](Session& session, sqldb::Database& database) {
+              checkProperty(prop, object.cls());
+              requireKind(*prop.info(), fits, asWhat);
+              const ColumnLayout& column = session.layout().of(*prop.info());
+              const bool isReference = prop.kind() == PropertyKind::reference;
+              sqldb::Statement query =
+                  database.statement(isReference ? column.live : column.read);
+              query.bind(1, object.id());
+              if (!query.step()) raiseGone(object);
+              read(session, query);
+            });
 }
 
 /// Writes what `convert(session, scratch)` makes of the caller's value.
 template <class Convert>
 void writeProperty(const ObjectRef& object, const PropertyRef& prop, diagnostics& diag,
                    Convert&& convert) {
-  performOn(object, "write a property", diag, [&](Session& session, sqldb::Database& database) {
-    checkProperty(prop, object.cls());
-    std::string scratch;
-    const StoredValue value = convert(session, scratch);
-    sqldb::Statement update = database.statement(session.layout().of(*prop.info()).write);
-    bindStored(update, 1, value);
-    update.bind(2, object.id());
-    if (update.run() == 0) raiseGone(object);
-  });
+  performOn(object, Access::write, "write a property", diag,
+            [&](Session& session, sqldb::Database& database) {
+              checkProperty(prop, object.cls());
+              std::string scratch;
+              const StoredValue value = convert(session, scratch);
+              sqldb::Statement update =
+                  database.statement(session.layout().of(*prop.info()).write);
+              bindStored(update, 1, value);
+              update.bind(2, object.id());
+              if (update.run() == 0) raiseGone(object);
+            });
 }
 
 template <class Value>
@@ -129,14 +135,15 @@ void withRawBytes(const Session& session, PropertyKind kind, const sqldb::Statem
 }  // namespace
 
 ClassRef ObjectRef::objectClass(diagnostics& diag) const {
-  performOn(*this, "ask for a class", diag, [](Session&, sqldb::Database&) {});
+  performOn(*this, Access::read, "ask for a class", diag, [](Session&, sqldb::Database&) {});
   return class_;
 }
 
 void ObjectRef::requireLive(diagnostics& diag) const {
-  performOn(*this, "use an object", diag, [this](Session& session, sqldb::Database&) {
-    if (!session.exists(*class_.info(), id_)) raiseGone(*this);
-  });
+  performOn(*this, Access::read, "use an object", diag,
+            [this](Session& session, sqldb::Database&) {
+              if (!session.exists(*class_.info(), id_)) raiseGone(*this);
+            });
 }
 
 void ObjectRef::getPropertyValue(const PropertyRef& prop, int& value, diagnostics& diag) const {
@@ -195,7 +202,7 @@ void ObjectRef::getPropertyValue(const PropertyRef& prop, ObjectRef& value,
 
 void ObjectRef::getPropertyValue(const PropertyRef& prop, CollectionRef& value,
                                  diagnostics& diag) const {
-  performOn(*this, "read a property", diag, [&](Session&, sqldb::Database&) {
+  performOn(*this, Access::read, "read a property", diag, [&](Session&, sqldb::Database&) {
     checkProperty(prop, class_);
     requireKind(
         *prop.info(), [](PropertyKind kind) { return !isStored(kind); }, "a collection");
@@ -273,32 +280,33 @@ void ObjectRef::setPropertyValueLegacy(const PropertyRef& prop, const EntryValue
 }
 
 void ObjectRef::deleteObject(diagnostics& diag) {
-  performOn(
-      *this, "delete an object", diag, [this](Session& session, sqldb::Database& database) {
-        sqldb::Statement remove = database.statement(session.layout().of(class_).remove);
-        remove.bind(1, id_);
-        if (remove.run() > 0) return;
-        kodiag::raise(
-            {"KODD:kodd", "NoSuchObject"},
-            {{"ObjectID", std::to_string(id_)}, {"ClassName", class_.info()->qualifiedName()}});
-      });
+  performOn(*this, Access::write, "delete an object", diag,
+            [this](Session& session, sqldb::Database& database) {
+              sqldb::Statement remove = database.statement(session.layout().of(class_).remove);
+              remove.bind(1, id_);
+              if (remove.run() > 0) return;
+              kodiag::raise({"KODD:kodd", "NoSuchObject"},
+                            {{"ObjectID", std::to_string(id_)},
+                             {"ClassName", class_.info()->qualifiedName()}});
+            });
 }
 
 void CollectionRef::push_back(const ObjectRef& object, diagnostics& diag) {
-  performOn(parent_, "add to a collection", diag, [&](Session& session, sqldb::Database&) {
-    const PropertyInfo& via = *property_.info()->via;
-    idInSession(session, object);
-    if (object.id() == 0) raiseInvalidObject("An empty handle", "it names no object");
-    if (object.cls().info() != via.owner) {
-      raiseInvalidValue(*property_.info(), "object " + std::to_string(object.id()),
-                        "it is no \"" + via.owner->qualifiedName() + "\"");
-    }
-    object.setPropertyValue(PropertyRef(&via), parent_, diag);
-  });
+  performOn(parent_, Access::write, "add to a collection", diag,
+            [&](Session& session, sqldb::Database&) {
+              const PropertyInfo& via = *property_.info()->via;
+              idInSession(session, object);
+              if (object.id() == 0) raiseInvalidObject("An empty handle", "it names no object");
+              if (object.cls().info() != via.owner) {
+                raiseInvalidValue(*property_.info(), "object " + std::to_string(object.id()),
+                                  "it is no \"" + via.owner->qualifiedName() + "\"");
+              }
+              object.setPropertyValue(PropertyRef(&via), parent_, diag);
+            });
 }
 
 void CollectionRef::remove(ObjectRef& object, diagnostics& diag) {
-  performOn(parent_, "remove from a collection", diag,
+  performOn(parent_, Access::write, "remove from a collection", diag,
             [&](Session& session, sqldb::Database& database) {
               const PropertyInfo& via = *property_.info()->via;
               const int child = idInSession(session, object);
@@ -314,14 +322,15 @@ void CollectionRef::remove(ObjectRef& object, diagnostics& diag) {
 
 void CollectionRef::findObjects(const MatchConstraints& constraints,
                                 std::vector<ObjectRef>& results, diagnostics& diag) const {
-  performOn(parent_, "list a collection", diag, [&](Session& session, sqldb::Database&) {
-    const PropertyInfo& via = *property_.info()->via;
-    if (!session.exists(*parent_.cls().info(), parent_.id())) raiseGone(parent_);
-    MatchConstraints members = constraints;
-    members.addConstraintLegacy(PropertyRef(&via), PropertyValueMatchRelation::Equal,
-                                parent_.id());
-    appendMatches(parent_.session(), ClassRef(via.owner), members, results);
-  });
+  performOn(parent_, Access::read, "list a collection", diag,
+            [&](Session& session, sqldb::Database&) {
+              const PropertyInfo& via = *property_.info()->via;
+              if (!session.exists(*parent_.cls().info(), parent_.id())) raiseGone(parent_);
+              MatchConstraints members = constraints;
+              members.addConstraintLegacy(PropertyRef(&via), PropertyValueMatchRelation::Equal,
+                                          parent_.id());
+              appendMatches(parent_.session(), ClassRef(via.owner), members, results);
+            });
 }
 
 }  // namespace kodd

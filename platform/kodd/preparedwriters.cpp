@@ -221,7 +221,7 @@ ObjectRef ObjectConstructor::createObject(diagnostics& diag) {
 
 int ObjectConstructor::createObjectID(diagnostics& diag) {
   int id = 0;
-  perform(*impl_->session, "create an object", diag, [&] { id = impl_->create(); });
+  performWrite(*impl_->session, "create an object", diag, [&] { id = impl_->create(); });
   return id;
 }
 
@@ -230,7 +230,7 @@ ObjectModifier::ObjectModifier(const ClassRef& cls, DataModelRepository& reposit
 ObjectModifier::~ObjectModifier() = default;
 
 void ObjectModifier::modifyObject(ObjectRef& object, diagnostics& diag) {
-  perform(*impl_->session, "modify an object", diag, [&] {
+  performWrite(*impl_->session, "modify an object", diag, [&] {
     impl_->database("modify an object");
     const std::string operand = "Object " + std::to_string(object.id());
     if (idInSession(*impl_->session, object) == 0 || object.cls() != impl_->cls) {
@@ -246,7 +246,7 @@ void ObjectModifier::modifyObject(ObjectRef& object, diagnostics& diag) {
 
 bool ObjectModifier::modifyObjectID(int id, diagnostics& diag) {
   bool existed = false;
-  perform(*impl_->session, "modify an object", diag, [&] {
+  performWrite(*impl_->session, "modify an object", diag, [&] {
     sqldb::Database& database = impl_->database("modify an object");
     if (impl_->sources.empty()) {
       existed = impl_->session->exists(*impl_->cls.info(), id);
@@ -261,7 +261,7 @@ bool ObjectModifier::modifyObjectID(int id, diagnostics& diag) {
 
 long long ObjectModifier::modifySelected(const Selection& selection, diagnostics& diag) {
   long long count = 0;
-  perform(*impl_->session, "modify objects", diag, [&] {
+  performWrite(*impl_->session, "modify objects", diag, [&] {
     sqldb::Database& database = impl_->database("modify objects");
     if (selection.cls() != impl_->cls) {
       raiseInvalidObject("The selection", "it is not of the class to be modified");
@@ -321,14 +321,14 @@ ObjectDeleter::ObjectDeleter(ObjectDeleter&&) noexcept = default;
 ObjectDeleter& ObjectDeleter::operator=(ObjectDeleter&&) noexcept = default;
 
 void ObjectDeleter::deleteObject(ObjectRef& object, diagnostics& diag) {
-  perform(*impl_->session, "delete an object", diag, [&] {
+  performWrite(*impl_->session, "delete an object", diag, [&] {
     impl_->database();
     impl_->deleteOne(impl_->checkedID(object));
   });
 }
 
 void ObjectDeleter::deleteObjects(std::span<const ObjectRef> objects, diagnostics& diag) {
-  perform(*impl_->session, "delete objects", diag, [&] {
+  performWrite(*impl_->session, "delete objects", diag, [&] {
     impl_->database();
     std::vector<int> ids;
     ids.reserve(objects.size());
@@ -338,7 +338,7 @@ void ObjectDeleter::deleteObjects(std::span<const ObjectRef> objects, diagnostic
 }
 
 void ObjectDeleter::deleteObjectIDs(std::span<const int> ids, diagnostics& diag) {
-  perform(*impl_->session, "delete objects", diag, [&] {
+  performWrite(*impl_->session, "delete objects", diag, [&] {
     impl_->database();
     impl_->deleteAll(ids);
   });
@@ -346,7 +346,7 @@ void ObjectDeleter::deleteObjectIDs(std::span<const int> ids, diagnostics& diag)
 
 long long ObjectDeleter::deleteSelected(const Selection& selection, diagnostics& diag) {
   long long count = 0;
-  perform(*impl_->session, "delete objects", diag, [&] {
+  performWrite(*impl_->session, "delete objects", diag, [&] {
     sqldb::Database& database = impl_->database();
     if (selection.cls() != impl_->cls) {
       raiseInvalidObject("The selection", "it is not of the class to be deleted");

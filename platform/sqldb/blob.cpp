@@ -26,11 +26,13 @@ Blob::Blob(Blob&& other) noexcept
 
 Blob::~Blob() {
   if (database_ == nullptr || database_->impl_->forked) return;
+  const EngineGate::Scope gate(database_->impl_->connection.gate());
   sqlite3_blob_close(handle_);
   UseScope::add(database_->impl_->uses, -1);
 }
 
 void Blob::read(std::uint64_t offset, std::span<std::byte> into) const {
+  const EngineGate::Scope gate(database_->impl_->connection.gate());
   database_->impl_->refuseUnlessUsable("read blob");
   refuseBeyondEnd(offset, into.size(), "read blob");
   if (into.empty()) return;
@@ -40,6 +42,7 @@ void Blob::read(std::uint64_t offset, std::span<std::byte> into) const {
 }
 
 void Blob::write(std::uint64_t offset, std::span<const std::byte> bytes) {
+  const EngineGate::Scope gate(database_->impl_->connection.gate());
   database_->impl_->refuseUnlessUsable("write blob");
   refuseBeyondEnd(offset, bytes.size(), "write blob");
   if (bytes.empty()) return;
@@ -51,6 +54,7 @@ void Blob::write(std::uint64_t offset, std::span<const std::byte> bytes) {
 }
 
 void Blob::reopen(long long row) {
+  const EngineGate::Scope gate(database_->impl_->connection.gate());
   database_->impl_->refuseUnlessUsable("reopen blob");
   check(sqlite3_blob_reopen(handle_, row), "reopen blob");
   size_ = static_cast<std::uint64_t>(sqlite3_blob_bytes(handle_));

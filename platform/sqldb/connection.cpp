@@ -21,6 +21,13 @@ constexpr std::size_t kTextInMessages = 200;
 /// cost a third of all writing, since its blocks are then allocated again and again.
 constexpr const char* kLogLimit = "PRAGMA journal_size_limit = 33554432";
 
+/// Every allocation of the engine would take one lock of the whole process for them. Has no
+/// effect once another module has begun to use the engine.
+void leaveOutMemoryStatistics() {
+  static const int result = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+  static_cast<void>(result);
+}
+
 /// Steps of the engine's machine, a few microseconds' worth.
 constexpr int kStepsBetweenPolls = 250;
 
@@ -32,6 +39,8 @@ constexpr const char* kControlTexts[] = {"BEGIN",           "BEGIN IMMEDIATE", "
 
 Connection::Connection(const std::string& path, const OpenOptions& options, View view)
     : path_(path), durability_(options.durability), access_(options.access), movedFile_(path) {
+  const EngineGate::Scope gate(EngineGate::ofOpening());
+  leaveOutMemoryStatistics();
   const int access = isReadOnly() ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
   const int flags = access | SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX |
                     SQLITE_OPEN_EXRESCODE;
@@ -51,6 +60,13 @@ Connection::Connection(const std::string& path, const OpenOptions& options, View
   }
 }
 
+Connection::Connection(const Connection& first, const OpenOptions& options)
+    : Connection(first.path_, options) {
+  moved_ = first.moved_;
+  if (findMoved()) raiseMoved("open");
+  run("PRAGMA cache_size = -2048");
+}
+
 Connection::~Connection() {
   close();
 }
@@ -58,7 +74,12 @@ Connection::~Connection() {
 void Connection::configure() {
   sqlite3_busy_timeout(handle_, kEngineWaitMilliseconds);
   sqlite3_progress_handler(
-      handle_, kStepsBetweenPolls, [](void*) -> int { return host::isInterrupted(); }, nullptr);
+      handle_, kStepsBetweenPolls,
+      [](void* gate) -> int {
+        const EngineGate::Aside aside(*static_cast<EngineGate*>(gate));
+        return host::isInterrupted();
+      },
+      gate_.get());
   set(SQLITE_DBCONFIG_DEFENSIVE, 1);
   set(SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0);
   set(SQLITE_DBCONFIG_ENABLE_TRIGGER, 0);
@@ -112,14 +133,16 @@ void Connection::check(int code, std::string_view operation) {
 }
 
 bool Connection::usesLog() {
-  return queryText("PRAGMA journal_mode") == "wal";
+  hasLog_ = queryText("PRAGMA journal_mode") == "wal";
+  return hasLog_;
 }
 
 void Connection::turnOnLog(std::chrono::milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   for (;;) {
     try {
-      if (queryText("PRAGMA journal_mode = WAL") == "wal") return;
+      hasLog_ = queryText("PRAGMA journal_mode = WAL") == "wal";
+      if (hasLog_) return;
       break;
     } catch (const kodiag::except::ExceptionWithCauses& e) {
       // The engine answers "busy" here without waiting when another process opens at the same
@@ -190,22 +213,26 @@ bool Connection::inTransaction() const {
   return sqlite3_get_autocommit(handle_) == 0;
 }
 
+bool Connection::inWritingTransaction() const {
+  return sqlite3_txn_state(handle_, "main") == SQLITE_TXN_WRITE;
+}
+
 bool Connection::findMoved() {
   int moved = 0;
   if (sqlite3_file_control(handle_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK) {
-    moved_ = moved_ || moved != 0;
+    if (moved != 0) moved_->store(true, std::memory_order_relaxed);
   }
-  return moved_;
+  return wasMoved();
 }
 
 void Connection::giveUp(std::string file, std::string reason) {
-  moved_ = true;
+  moved_->store(true, std::memory_order_relaxed);
   movedFile_ = std::move(file);
   movedReason_ = std::move(reason);
 }
 
 void Connection::raiseMoved(std::string_view operation) {
-  moved_ = true;
+  moved_->store(true, std::memory_order_relaxed);
   throw kodiag::except::ExceptionWithCauses(
       errorMessage(SQLITE_READONLY_DBMOVED, operation, movedFile_, movedReason_));
 }
@@ -222,13 +249,14 @@ Failure Connection::failure(int code) const {
 }
 
 void Connection::raise(const Failure& failure, std::string_view operation) {
-  if (failure.code == SQLITE_READONLY_DBMOVED) moved_ = true;
+  if (failure.code == SQLITE_READONLY_DBMOVED) moved_->store(true, std::memory_order_relaxed);
   throw kodiag::except::ExceptionWithCauses(
       errorMessage(failure.code, operation, path_, failure.text));
 }
 
 void Connection::close() noexcept {
   if (handle_ == nullptr) return;
+  const EngineGate::Scope gate(EngineGate::ofOpening());
   for (sqlite3_stmt*& each : controls_) {
     sqlite3_finalize(each);
     each = nullptr;

@@ -2,12 +2,15 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "sqldb/database.h"
+#include "sqldb/enginegate.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -44,6 +47,9 @@ class Connection {
 
   /// \param path  absolute, without links
   Connection(const std::string& path, const OpenOptions& options, View view = View::shared);
+  /// Another handle to the file of `first`, with a small cache. \throws "FileRemoved" when the
+  /// path leads to another file by now
+  Connection(const Connection& first, const OpenOptions& options);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -51,6 +57,9 @@ class Connection {
   sqlite3* handle() const { return handle_; }
   const std::string& path() const { return path_; }
   bool isReadOnly() const { return access_ == FileAccess::read; }
+  /// To be entered around every use of the handle.
+  EngineGate& gate() const { return *gate_; }
+  const std::shared_ptr<EngineGate>& sharedGate() const { return gate_; }
 
   /// Whether changes go to a write-ahead log, so that readers and one writer do not meet.
   bool usesLog();
@@ -61,6 +70,8 @@ class Connection {
   /// Turns the write-ahead log on where the file system can do it; the caller holds the write
   /// lock.
   void turnOnLog(std::chrono::milliseconds timeout);
+  /// What the last of the two found.
+  bool hasLog() const { return hasLog_; }
 
   /// Prepares the first statement of `sql`. \returns nothing when there is none left
   /// \param rest  set to what follows it
@@ -73,9 +84,11 @@ class Connection {
   int control(Control which);
 
   bool inTransaction() const;
+  /// Whether something has been written in the transaction that is open.
+  bool inWritingTransaction() const;
   /// Looks whether the path still leads to the open file, and remembers when it does not.
   bool findMoved();
-  bool wasMoved() const { return moved_; }
+  bool wasMoved() const { return moved_->load(std::memory_order_relaxed); }
   /// From now on every use is refused as one of a file that was moved; tells why.
   void giveUp(std::string file, std::string reason);
   [[noreturn]] void raiseMoved(std::string_view operation);
@@ -103,7 +116,10 @@ class Connection {
   FileAccess access_;
   sqlite3* handle_ = nullptr;
   std::array<sqlite3_stmt*, 7> controls_{};
-  bool moved_ = false;
+  bool hasLog_ = false;
+  std::shared_ptr<EngineGate> gate_ = std::make_shared<EngineGate>();
+  /// Shared by all connections to one file: none of them may use it any more.
+  std::shared_ptr<std::atomic<bool>> moved_ = std::make_shared<std::atomic<bool>>(false);
   std::string movedFile_;
   std::string movedReason_ = "its path leads to another file or to none";
 };

@@ -17,9 +17,24 @@ constexpr int kReadersWaitMilliseconds = 500;
 }  // namespace
 
 Database::Database(std::string location, const OpenOptions& options)
-    : location_(std::move(location)), impl_(std::make_unique<Impl>(location_, options)) {}
+    : location_(std::move(location)),
+      impl_(std::make_unique<Impl>(openFile(location_, options), options)) {}
+
+Database::Database(std::string location, std::unique_ptr<Impl> impl)
+    : location_(std::move(location)), impl_(std::move(impl)) {}
 
 Database::~Database() = default;
+
+std::unique_ptr<Database> Database::openBeside() const {
+  if (impl_->forked) impl_->refuseUnlessUsable("open");
+  auto impl = std::make_unique<Impl>(impl_->openFileAgain(), impl_->options);
+  impl->isFirst = false;
+  return std::unique_ptr<Database>(new Database(location_, std::move(impl)));
+}
+
+bool Database::allowsSeveral() const {
+  return impl_->connection.hasLog();
+}
 
 FileKind Database::identify(const std::string& location, std::int32_t applicationId) {
   const std::string path = resolvedPath(location, LastLink::follow);
@@ -33,11 +48,13 @@ bool Database::isReadOnly() const {
 }
 
 Statement Database::statement(std::string_view sql) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("prepare");
   return Statement(*this, sql);
 }
 
 void Database::execute(std::string_view sql) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("execute");
   const UseScope use(impl_->uses);
   while (!sql.empty()) {
@@ -48,6 +65,7 @@ void Database::execute(std::string_view sql) {
 }
 
 void Database::executeStatement(const std::string& sql) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("executeStatement");
   const UseScope use(impl_->uses);
   impl_->runToEnd([&] {
@@ -64,9 +82,10 @@ std::string Database::queryText(std::string_view sql) {
 
 Blob Database::blob(const std::string& table, const std::string& column, long long row,
                     Access access) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("open blob");
   if (access == Access::write) {
-    if (depth() == 0) {
+    if (!isWriting()) {
       kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", "write a blob in place"}});
     }
     impl_->levels.prepareWrite();
@@ -82,12 +101,22 @@ Blob Database::blob(const std::string& table, const std::string& column, long lo
 }
 
 void Database::beginUnit(Access access, std::string_view operation) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable(operation);
   impl_->levels.begin(access, operation);
   UseScope::add(impl_->uses, 1);
 }
 
+bool Database::tryBeginWriting(std::string_view operation) {
+  const EngineGate::Scope gate(impl_->connection.gate());
+  impl_->refuseUnlessUsable(operation);
+  if (!impl_->levels.tryBeginWriting(operation)) return false;
+  UseScope::add(impl_->uses, 1);
+  return true;
+}
+
 void Database::commitUnit() {
+  const EngineGate::Scope gate(impl_->connection.gate());
   if (impl_->forked) impl_->refuseUnlessUsable("commit");
   const int before = depth();
   struct CountLevels {
@@ -99,6 +128,7 @@ void Database::commitUnit() {
 }
 
 void Database::rollbackUnit() noexcept {
+  const EngineGate::Scope gate(impl_->connection.gate());
   if (depth() == 0) return;
   impl_->levels.rollback();
   UseScope::add(impl_->uses, -1);
@@ -106,6 +136,10 @@ void Database::rollbackUnit() noexcept {
 
 int Database::depth() const {
   return impl_->levels.depth();
+}
+
+bool Database::isWriting() const {
+  return impl_->levels.isWriting();
 }
 
 bool Database::transactionLost() const {
@@ -116,7 +150,16 @@ void Database::setLevelListener(LevelListener* listener) {
   impl_->levels.setListener(listener);
 }
 
+const std::shared_ptr<RepositoryLock>& Database::lock() const {
+  return impl_->file.lock;
+}
+
+const std::shared_ptr<EngineGate>& Database::gate() const {
+  return impl_->connection.sharedGate();
+}
+
 bool Database::checkpoint() {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("checkpoint");
   if (depth() > 0) {
     kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", "checkpoint"}});
@@ -132,6 +175,7 @@ void Database::releaseFreePages(int pages) {
 }
 
 void Database::compact() {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("compact");
   if (depth() > 0) {
     kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", "compact"}});
@@ -179,7 +223,7 @@ void Database::noteNumber(std::uint64_t number) {
 }
 
 void Database::holdInstance(long long instanceID) {
-  impl_->refuseUnlessUsable("hold instance");
+  impl_->refuseInChild("hold instance");
   impl_->lock.holdInstance(instanceID);
 }
 
@@ -188,21 +232,24 @@ void Database::releaseInstance(long long instanceID) {
 }
 
 bool Database::isInstanceAlive(long long instanceID) const {
-  impl_->refuseUnlessUsable("look for instance");
+  impl_->refuseInChild("look for instance");
   return impl_->lock.isInstanceAlive(instanceID);
 }
 
 void Database::setTraceCallback(TraceCallback callback) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("trace");
   impl_->tracing.setTrace(std::move(callback));
 }
 
 void Database::setProfileCallback(ProfileCallback callback) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("profile");
   impl_->tracing.setProfile(std::move(callback));
 }
 
 void Database::setWriteCallback(WriteCallback callback) {
+  const EngineGate::Scope gate(impl_->connection.gate());
   impl_->refuseUnlessUsable("watch writes");
   impl_->watchWrites(std::move(callback));
 }

@@ -1,4 +1,4 @@
-// The embedded SQL database: one connection to one repository file, its locks and its units of
+// The embedded SQL database: a connection to one repository file, its locks and its units of
 // work.
 #pragma once
 
@@ -51,7 +51,7 @@ struct FileSpace {
   std::uint64_t log = 0;
 };
 
-/// A listener for the ends of units of work; called with the store's mutex held.
+/// A listener for the ends of units of work; called before the turn to write is given back.
 class LevelListener {
  public:
   virtual ~LevelListener() = default;
@@ -60,6 +60,9 @@ class LevelListener {
   virtual void levelRolledBack() = 0;
 };
 
+class EngineGate;
+class RepositoryLock;
+
 /// One connection to one repository file.
 ///
 /// Locks: a file `<location>-lock` stands beside the repository, never deleted while in use.
@@ -67,19 +70,23 @@ class LevelListener {
 /// byte 1 is shared by everyone who has the file open; byte 2 is the head of the queue for byte
 /// 0; bytes from 16 on stand for instances that are alive.
 ///
-/// Units of work form one stack: the outermost is a transaction, inner ones are savepoints.
-/// When the engine drops the whole transaction (disk full, I/O error), all levels are dead:
-/// every operation reports "TransactionLost" until the outermost level ends. Outside any unit,
-/// a statement that writes is a unit of its own.
+/// Units of work form one stack: the outermost writing one is a transaction, those inside it
+/// are savepoints. Reading units below it are one reading transaction, which sees the newest
+/// state once more when the writing unit has ended. When the engine drops the whole transaction
+/// (disk full, I/O error), all its levels are dead: every operation reports "TransactionLost"
+/// until the outermost writing level ends. Outside any writing unit, a statement that writes is
+/// a unit of its own.
 ///
 /// A file that was moved, replaced or deleted is noticed when a unit is about to write: that
 /// call and every later one fail with "FileRemoved" until the owner opens the path anew, since
 /// IDs and tables of what lies there now may be others.
 ///
-/// Threads: not synchronised; the owner serialises calls. After fork() the child's copy refuses
-/// every call with "ForkedProcess" and never touches the file; the child may open the file anew
-/// when the parent's connection rested at the moment of the fork (no unit, statement or blob of
-/// it alive), and is refused with "ForkedProcess" otherwise.
+/// Threads: one at a time; the owner lends the connection to one thread until its unit has
+/// ended. Threads at work at the same time have a connection each, by openBeside(); the turn to
+/// write goes from thread to thread in the order they came. After fork() the child's copy
+/// refuses every call with "ForkedProcess" and never touches the file; the child may open the
+/// file anew when the parent's connection rested at the moment of the fork (no unit, statement
+/// or blob of it alive), and is refused with "ForkedProcess" otherwise.
 ///
 /// Errors: every call throws ExceptionWithCauses with the ID of error.h unless said otherwise.
 class Database {
@@ -96,6 +103,12 @@ class Database {
   Database(std::string location, const OpenOptions& options);
   /// Rolls back what is open, checkpoints and closes; never throws.
   ~Database();
+  /// Another connection to the same file, with a small cache: it sees what has been committed
+  /// and shares the locks. May be called from any thread while this object lives. Needs
+  /// allowsSeveral(). \throws "FileRemoved" when the path leads to another file by now
+  std::unique_ptr<Database> openBeside() const;
+  /// Whether readers and one writer do not stand in each other's way: the file has a log.
+  bool allowsSeveral() const;
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
@@ -124,14 +137,19 @@ class Database {
   Blob blob(const std::string& table, const std::string& column, long long row, Access access);
 
   /// Opens a level: a transaction when it is the outermost, a savepoint otherwise. A read unit
-  /// takes no lock; a write inside a stack that began as a read unit turns it into a writing
-  /// one, which from then on sees the newest commits ("RepositoryBusy" when a result is still
-  /// being read and somebody has written meanwhile).
+  /// takes no lock; a writing unit on top of reading ones is a transaction of its own, after
+  /// which they see the newest state ("RepositoryBusy" when a result is still being read and
+  /// somebody has written meanwhile).
   ///
   /// \throws "RepositoryBusy" when another writer does not finish in time, or at once when this
   ///         thread itself holds the write lock through another connection; no level is then
   ///         opened.
   void beginUnit(Access access, std::string_view operation);
+  /// Opens a writing level on top of the reading ones without giving up the state they see: it
+  /// can write only while that is the newest one, and its writes fail with "RepositoryBusy"
+  /// when somebody has written meanwhile. Waits for nobody. \returns false when somebody else
+  /// is writing now; no level is then opened
+  bool tryBeginWriting(std::string_view operation);
   /// Ends the newest level and keeps its work. When this fails the level is rolled back and
   /// closed.
   void commitUnit();
@@ -139,10 +157,19 @@ class Database {
   void rollbackUnit() noexcept;
   /// Number of open levels; 0 when every statement stands for itself.
   int depth() const;
+  /// Whether one of the open levels is a writing one.
+  bool isWriting() const;
   /// Whether the engine dropped the transaction under the open levels.
   bool transactionLost() const;
 
   void setLevelListener(LevelListener* listener);
+
+  /// The locks, shared with the connections opened beside this one. Its write lock may be taken
+  /// around calls of this class by the same thread.
+  const std::shared_ptr<RepositoryLock>& lock() const;
+  /// What is entered by every call here; an owner that enters it around several calls lets a
+  /// fork come between them no more than between the steps of one.
+  const std::shared_ptr<EngineGate>& gate() const;
 
   /// Copies the log into the main file, so that the main file alone is whole. Waits for the
   /// write lock; returns false when readers kept part of it in the log.
@@ -182,6 +209,7 @@ class Database {
   friend class Statement;
   friend class Blob;
   struct Impl;
+  Database(std::string location, std::unique_ptr<Impl> impl);
 
   std::string location_;
   std::unique_ptr<Impl> impl_;

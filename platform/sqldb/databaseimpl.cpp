@@ -15,8 +15,9 @@ constexpr int kClosingReadersWaitMilliseconds = 50;
 
 }  // namespace
 
-Database::Impl::Impl(const std::string& location, const OpenOptions& options)
-    : file(openFile(location, options)),
+Database::Impl::Impl(OpenedFile openedFile, const OpenOptions& openOptions)
+    : file(std::move(openedFile)),
+      options(openOptions),
       connection(*file.connection),
       lock(*file.lock),
       sideFiles(connection, lock),
@@ -28,6 +29,12 @@ Database::Impl::Impl(const std::string& location, const OpenOptions& options)
   joinForks(*this);
 }
 
+OpenedFile Database::Impl::openFileAgain() const {
+  OpenedFile again{file.path, file.identity, file.lock, nullptr};
+  again.connection = std::make_unique<Connection>(connection, options);
+  return again;
+}
+
 Database::Impl::~Impl() {
   leaveForks(*this);
   if (forked) {
@@ -37,6 +44,7 @@ Database::Impl::~Impl() {
     }
     return;
   }
+  const EngineGate::Scope gate(connection.gate());
   rollbackAll();
   if (!connection.isReadOnly()) copyLogOnClosing();
   cache.clear();
@@ -45,6 +53,7 @@ Database::Impl::~Impl() {
 
 void Database::Impl::copyLogOnClosing() noexcept {
   if (connection.wasMoved()) return;
+  if (!isFirst && !turn.log().hasWritten()) return;
   try {
     const auto wait = turn.log().hasWritten() ? kClosingWait : std::chrono::milliseconds(0);
     if (!turn.takeWithin(wait, "close")) return;
@@ -60,22 +69,26 @@ void Database::Impl::copyLogOnClosing() noexcept {
   }
 }
 
+void Database::Impl::refuseInChild(std::string_view operation) const {
+  if (!forked) return;
+  kodiag::raise({"KODD:kodd", "ForkedProcess"},
+                {{"Operation", std::string(operation)}, {"Location", file.path}});
+}
+
 void Database::Impl::refuseUnlessUsable(std::string_view operation) {
-  if (forked) {
-    kodiag::raise({"KODD:kodd", "ForkedProcess"},
-                  {{"Operation", std::string(operation)}, {"Location", file.path}});
-  }
+  refuseInChild(operation);
   if (connection.wasMoved()) connection.raiseMoved(operation);
   levels.refuseWhenLost(operation);
 }
 
 bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
+  const EngineGate::Scope gate(connection.gate());
   refuseUnlessUsable("statement");
   if (writes && !holdsTurn) {
-    if (levels.depth() > 0) {
+    if (levels.isWriting()) {
       levels.prepareWrite();
     } else {
-      turn.take(sqlite3_sql(handle));
+      beginTurn(handle);
       holdsTurn = true;
     }
   }
@@ -95,6 +108,16 @@ bool Database::Impl::step(sqlite3_stmt* handle, bool writes, bool& holdsTurn) {
   sqlite3_reset(handle);
   endTurn(holdsTurn);
   fail(failure, describe(handle));
+}
+
+void Database::Impl::beginTurn(sqlite3_stmt* handle) {
+  turn.take(sqlite3_sql(handle));
+  try {
+    levels.pauseReading("statement");
+  } catch (...) {
+    turn.give();
+    throw;
+  }
 }
 
 void Database::Impl::watchStep(bool& holdsTurn) {
@@ -125,6 +148,7 @@ void Database::Impl::endTurn(bool& holdsTurn) noexcept {
   if (!holdsTurn) return;
   holdsTurn = false;
   turn.give();
+  levels.resumeReading();
 }
 
 void Database::Impl::fail(const Failure& failure, std::string_view operation) {

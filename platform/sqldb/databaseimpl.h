@@ -21,15 +21,19 @@
 namespace sqldb {
 
 struct Database::Impl final : ForkParticipant {
-  Impl(const std::string& location, const OpenOptions& options);
+  Impl(OpenedFile openedFile, const OpenOptions& openOptions);
   ~Impl() override;
 
+  /// \throws "ForkedProcess"
+  void refuseInChild(std::string_view operation) const;
   /// \throws "ForkedProcess", "FileRemoved", "TransactionLost"
   void refuseUnlessUsable(std::string_view operation);
 
-  /// One step of a prepared statement. A statement that writes outside every level takes a turn
-  /// for itself, noted in `holdsTurn`, and gives it back with its last row or its failure.
+  /// One step of a prepared statement. A statement that writes outside every writing level
+  /// takes a turn for itself, noted in `holdsTurn`, and gives it back with its last row or its
+  /// failure; reading levels then see the state it left.
   bool step(sqlite3_stmt* handle, bool writes, bool& holdsTurn);
+  void beginTurn(sqlite3_stmt* handle);
   void endTurn(bool& holdsTurn) noexcept;
   /// Notices a lost transaction, then throws.
   [[noreturn]] void fail(const Failure& failure, std::string_view operation);
@@ -49,7 +53,11 @@ struct Database::Impl final : ForkParticipant {
   void abandonInChild() noexcept override;
   bool makeWayInChild(FileIdentity file) noexcept override;
 
+  /// What openBeside() does, up to the parts.
+  OpenedFile openFileAgain() const;
+
   OpenedFile file;
+  OpenOptions options;
   Connection& connection;
   RepositoryLock& lock;
   SideFiles sideFiles;
@@ -63,6 +71,7 @@ struct Database::Impl final : ForkParticipant {
   /// Leases, blobs and calls under way: while there are any, a fork cannot leave a clean
   /// handle.
   std::atomic<int> uses{0};
+  bool isFirst = true;  ///< not made by openBeside()
   bool forked = false;
   bool restedAtFork = false;
 };

@@ -10,52 +10,59 @@ void Levels::begin(Database::Access access, std::string_view operation) {
   refuseWhenLost(operation);
   // A unit that turns out to write nothing may do so anywhere.
   if (connection_.isReadOnly()) access = Database::Access::read;
-  if (depth_ == 0) {
-    beginOutermost(access, operation);
-  } else if (access == Database::Access::write && !writing_) {
-    turnIntoWriting(operation);
+  if (access == Database::Access::write && !writing_) {
+    beginWriting(operation);
+  } else if (depth_ == 0) {
+    beginReading(operation);
   }
   push(operation);
   if (listener_ != nullptr) listener_->levelOpened();
 }
 
-void Levels::beginOutermost(Database::Access access, std::string_view operation) {
-  if (access == Database::Access::read) {
-    turn_.refuseLostFiles(operation);
-    if (const int code = connection_.control(Control::begin); code != SQLITE_OK) {
-      connection_.raise(code, operation);
+bool Levels::tryBeginWriting(std::string_view operation) {
+  refuseWhenLost(operation);
+  if (!writing_) {
+    if (!turn_.takeWithin(std::chrono::milliseconds(0), operation)) return false;
+    if (depth_ == 0) {
+      if (const int code = connection_.control(Control::begin); code != SQLITE_OK) {
+        const Failure failure = connection_.failure(code);
+        turn_.give();
+        connection_.raise(failure, operation);
+      }
     }
-    return;
+    writing_ = true;
+    readingBelow_ = depth_;
   }
-  turn_.take(operation);
-  if (const int code = connection_.control(Control::beginImmediate); code != SQLITE_OK) {
-    const Failure failure = connection_.failure(code);
-    turn_.give();
-    connection_.raise(failure, operation);
-  }
-  writing_ = true;
+  push(operation);
+  if (listener_ != nullptr) listener_->levelOpened();
+  return true;
 }
 
-void Levels::turnIntoWriting(std::string_view operation) {
+void Levels::beginReading(std::string_view operation) {
+  turn_.refuseLostFiles(operation);
+  if (const int code = connection_.control(Control::begin); code != SQLITE_OK) {
+    connection_.raise(code, operation);
+  }
+}
+
+void Levels::beginWriting(std::string_view operation) {
   turn_.take(operation);
   // What was read may be older than the newest commit, and nothing can be written on top of
   // that. Nothing has been written yet, so the transaction can be ended and begun anew.
-  int code = connection_.control(Control::commit);
+  int code = depth_ > 0 ? connection_.control(Control::commit) : SQLITE_OK;
   if (code == SQLITE_OK) code = connection_.control(Control::beginImmediate);
   if (code == SQLITE_OK) {
     writing_ = true;
+    readingBelow_ = depth_;
     return;
   }
   const Failure failure = connection_.failure(code);
   turn_.give();
-  if (!connection_.inTransaction()) {
-    if (connection_.control(Control::begin) != SQLITE_OK) noteFailure(failure);
-  }
+  resumeReading();
   connection_.raise(failure, operation);
 }
 
 void Levels::prepareWrite() {
-  if (!writing_) turnIntoWriting(operation());
   while (!innermostIsSavepoint()) {
     if (const int code = connection_.control(Control::savepoint); code != SQLITE_OK) {
       const Failure failure = connection_.failure(code);
@@ -66,6 +73,21 @@ void Levels::prepareWrite() {
   }
 }
 
+void Levels::pauseReading(std::string_view operation) {
+  if (depth_ == 0) return;
+  if (const int code = connection_.control(Control::commit); code != SQLITE_OK) {
+    connection_.raise(code, operation);
+  }
+  paused_ = true;
+}
+
+void Levels::resumeReading() noexcept {
+  paused_ = false;
+  if (depth_ == 0 || connection_.inTransaction()) return;
+  const int code = connection_.control(Control::begin);
+  if (code != SQLITE_OK) noteFailure(connection_.failure(code));
+}
+
 void Levels::commit() {
   if (depth_ == 0) {
     kodiag::raise({"KODD:kodd", "NoTransaction"}, {{"Operation", "commit"}});
@@ -74,7 +96,7 @@ void Levels::commit() {
   if (!lost_) {
     int code = SQLITE_OK;
     if (isOutermost()) {
-      code = connection_.control(Control::commit);
+      if (!hasOnlyRead()) code = connection_.control(Control::commit);
     } else if (innermostIsSavepoint()) {
       code = connection_.control(Control::release);
       if (code == SQLITE_OK) --savepoints_;
@@ -82,6 +104,7 @@ void Levels::commit() {
     if (code == SQLITE_OK) {
       pop();
       if (listener_ != nullptr) listener_->levelCommitted();
+      finishWriting();
       return;
     }
     failure = connection_.failure(code);
@@ -102,11 +125,12 @@ void Levels::rollback() noexcept {
   if (connection_.inTransaction()) undoInnermost();
   pop();
   if (listener_ != nullptr) listener_->levelRolledBack();
+  finishWriting();
 }
 
 void Levels::undoInnermost() noexcept {
   if (isOutermost()) {
-    connection_.control(Control::rollback);
+    if (!hasOnlyRead()) connection_.control(Control::rollback);
   } else if (innermostIsSavepoint()) {
     int code = connection_.control(Control::rollbackToSavepoint);
     if (code == SQLITE_OK) code = connection_.control(Control::release);
@@ -121,7 +145,7 @@ void Levels::undoInnermost() noexcept {
 }
 
 void Levels::noteFailure(const Failure& failure) {
-  if (depth_ == 0 || lost_ || connection_.inTransaction()) return;
+  if (depth_ == 0 || paused_ || lost_ || connection_.inTransaction()) return;
   lost_ = true;
   lostReason_ = failure.text;
 }
@@ -144,18 +168,24 @@ void Levels::push(std::string_view operation) {
 
 void Levels::pop() noexcept {
   --depth_;
-  if (depth_ > 0) return;
-  if (writing_) turn_.give();
-  writing_ = false;
-  savepoints_ = 0;
+  if (depth_ > (writing_ ? readingBelow_ : 0)) return;
   lost_ = false;
   lostReason_.clear();
+}
+
+void Levels::finishWriting() noexcept {
+  if (!writing_ || depth_ > readingBelow_) return;
+  writing_ = false;
+  savepoints_ = 0;
+  turn_.give();
+  resumeReading();
 }
 
 void Levels::forget() noexcept {
   depth_ = 0;
   savepoints_ = 0;
   writing_ = false;
+  paused_ = false;
   lost_ = false;
 }
 

@@ -11,10 +11,13 @@
 
 namespace sqldb {
 
-/// The outermost level is a transaction. Inner levels become savepoints with the first write
-/// inside them: until then there is nothing they could undo.
+/// Reading levels come first: together they are one reading transaction. The first writing
+/// level above them is a transaction of its own, kept or undone when it ends; the reading
+/// levels below then see the state it left. Levels inside the writing one become savepoints
+/// with the first write inside them: until then there is nothing they could undo.
 ///
-/// Invariant: of the levels 1 .. depth-1, the first `savepoints_` are savepoints of the engine.
+/// Invariant: of the levels above the outermost writing one, the first `savepoints_` are
+/// savepoints of the engine.
 class Levels {
  public:
   Levels(Connection& connection, WriteTurn& turn) : connection_(connection), turn_(turn) {}
@@ -22,16 +25,23 @@ class Levels {
   Levels& operator=(const Levels&) = delete;
 
   void begin(Database::Access access, std::string_view operation);
+  /// Database::tryBeginWriting().
+  bool tryBeginWriting(std::string_view operation);
   void commit();
   void rollback() noexcept;
 
-  /// Before a statement that writes: makes the transaction a writing one and every level a
-  /// savepoint. Needs an open level.
+  /// Before a statement that writes: makes every level a savepoint. Needs isWriting().
   void prepareWrite();
+  /// Ends what the reading levels see, for a statement that writes by itself; resumeReading()
+  /// shows them the newest state. Both do nothing without levels.
+  void pauseReading(std::string_view operation);
+  void resumeReading() noexcept;
   /// After a failed step: notices when the engine has dropped the whole transaction.
   void noteFailure(const Failure& failure);
   void refuseWhenLost(std::string_view operation) const;
 
+  /// Whether a transaction that writes is open.
+  bool isWriting() const { return writing_; }
   int depth() const { return static_cast<int>(depth_); }
   bool lost() const { return lost_; }
   /// What the innermost level is about; empty when none is open.
@@ -41,13 +51,24 @@ class Levels {
   void forget() noexcept;
 
  private:
-  bool isOutermost() const { return depth_ == 1; }
-  bool innermostIsSavepoint() const { return savepoints_ == depth_ - 1; }
-  void beginOutermost(Database::Access access, std::string_view operation);
-  void turnIntoWriting(std::string_view operation);
+  /// Whether the transaction ends with the innermost level.
+  bool isOutermost() const { return depth_ == (writing_ ? readingBelow_ + 1 : 1); }
+  /// Whether the transaction of the outermost writing level is that of the reading levels below
+  /// it, since nothing was written.
+  bool hasOnlyRead() const {
+    return writing_ && readingBelow_ > 0 && !connection_.inWritingTransaction();
+  }
+  bool innermostIsSavepoint() const {
+    return writing_ && savepoints_ + readingBelow_ + 1 == depth_;
+  }
+  void beginReading(std::string_view operation);
+  void beginWriting(std::string_view operation);
   void undoInnermost() noexcept;
   void push(std::string_view operation);
   void pop() noexcept;
+  /// After the listener has heard of the level's end: gives the turn back when it was the
+  /// outermost writing one.
+  void finishWriting() noexcept;
 
   Connection& connection_;
   WriteTurn& turn_;
@@ -55,8 +76,10 @@ class Levels {
   // Names of the levels; longer than the depth, so that a level costs no allocation.
   std::vector<std::string> operations_;
   std::size_t depth_ = 0;
+  std::size_t readingBelow_ = 0;  ///< reading levels below the outermost writing one
   std::size_t savepoints_ = 0;
   bool writing_ = false;
+  bool paused_ = false;
   bool lost_ = false;
   std::string lostReason_;
 };

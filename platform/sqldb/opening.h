@@ -12,7 +12,7 @@ namespace sqldb {
 struct OpenedFile {
   std::string path;
   FileIdentity identity;
-  std::unique_ptr<RepositoryLock> lock;
+  std::shared_ptr<RepositoryLock> lock;
   std::unique_ptr<Connection> connection;
 };
 

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <new>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "host/processmutex.h"
+#include "sqldb/enginegate.h"
 
 namespace sqldb {
 namespace {
@@ -33,7 +35,11 @@ ProcessState& state() {
   return instance;
 }
 
+std::atomic<unsigned> generation{0};
+
 void beforeFork() {
+  // The gates first: whoever is inside one may want the state.
+  EngineGate::closeAllForFork();
   state().mutex.lock();
   host::ProcessMutex::lockAll();
   for (ForkParticipant* each : state().participants) each->prepareFork();
@@ -42,9 +48,11 @@ void beforeFork() {
 void afterForkInParent() {
   host::ProcessMutex::unlockAll();
   state().mutex.unlock();
+  EngineGate::openAllAfterFork();
 }
 
 void afterForkInChild() {
+  generation.fetch_add(1, std::memory_order_relaxed);
   // The one thread of the child may carry the number of a thread that held a lock in the
   // parent.
   state().writers.clear();
@@ -52,6 +60,7 @@ void afterForkInChild() {
   for (ForkParticipant* each : state().participants) each->abandonInChild();
   host::ProcessMutex::unlockAll();
   state().mutex.unlock();
+  EngineGate::openAllInChild();
 }
 
 void installForkHandlers() {
@@ -78,11 +87,17 @@ void markUnusableAfterFork(FileIdentity file) {
 }
 
 bool clearInheritedHandles(FileIdentity file) {
+  // Handles are closed below; whoever forks has the gates before the state.
+  const EngineGate::Scope gate(EngineGate::ofOpening());
   const std::lock_guard guard(state().mutex);
   const auto& unusable = state().unusableFiles;
   if (std::find(unusable.begin(), unusable.end(), file) != unusable.end()) return false;
   return std::all_of(state().participants.begin(), state().participants.end(),
                      [&](ForkParticipant* each) { return each->makeWayInChild(file); });
+}
+
+unsigned forkGeneration() {
+  return generation.load(std::memory_order_relaxed);
 }
 
 bool isWrittenByThisThread(FileIdentity lockFile) {

@@ -32,6 +32,10 @@ void markUnusableAfterFork(FileIdentity file);
 /// process must not open the file
 bool clearInheritedHandles(FileIdentity file);
 
+/// How often this process, or one it descends from, has been the child of a fork since the
+/// library was first used: what was opened under another number is not ours.
+unsigned forkGeneration();
+
 /// The thread that holds the write lock of a file, by the file that carries the lock.
 bool isWrittenByThisThread(FileIdentity lockFile);
 void setWriter(FileIdentity lockFile);

@@ -4,14 +4,17 @@
 #include <limits>
 #include <utility>
 
+#include "host/interrupt.h"
 #include "kodiag/message.h"
 #include "sqldb/processstate.h"
 
 namespace sqldb {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using host::LockKind;
+
+/// How long a wait for another thread goes on before the host is asked whether it should.
+constexpr std::chrono::milliseconds kBetweenPolls{20};
 
 // Bytes of the lock file. // Stored; never renumber.
 constexpr std::uint64_t kWriteByte = 0;
@@ -71,6 +74,26 @@ std::optional<host::FileLock> announced(const std::string& path,
     if (file->isStillAtPath()) return file;
   }
 }
+/// This thread's place in a queue.
+class Place {
+ public:
+  Place(std::deque<std::thread::id>& queue, std::condition_variable& changed)
+      : queue_(queue), changed_(changed) {
+    queue_.push_back(std::this_thread::get_id());
+  }
+  ~Place() {
+    std::erase(queue_, std::this_thread::get_id());
+    changed_.notify_all();
+  }
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+
+  bool isFirst() const { return queue_.front() == std::this_thread::get_id(); }
+
+ private:
+  std::deque<std::thread::id>& queue_;
+  std::condition_variable& changed_;
+};
 
 }  // namespace
 
@@ -104,25 +127,78 @@ RepositoryLock::~RepositoryLock() {
   file_->unlock(kPresenceByte);
 }
 
-void RepositoryLock::acquireWrite(std::string_view operation, Milliseconds timeout) {
-  if (writeDepth_ == 0 && isWrittenByThisThread(identity_)) {
-    raiseBusy(operation, "this thread is writing to it through another connection");
-  }
-  if (!tryAcquireWrite(timeout)) {
-    raiseBusy(operation, "it did not end within " + std::to_string(timeout.count()) + " ms");
-  }
+bool RepositoryLock::isWriter() const {
+  return writeDepth_ > 0 && writer_ == std::this_thread::get_id();
 }
 
-bool RepositoryLock::tryAcquireWrite(Milliseconds timeout) {
-  if (writeDepth_ == 0) {
-    if (isWrittenByThisThread(identity_) || !waitForWrite(timeout)) return false;
-    setWriter(identity_);
+void RepositoryLock::acquireWrite(std::string_view operation, Milliseconds timeout) {
+  if (tryAcquireWrite(operation, timeout)) return;
+  if (isWrittenByThisThread(identity_)) {
+    raiseBusy(operation, "this thread is writing to it through another connection");
   }
-  ++writeDepth_;
+  const std::string late = "did not end within " + std::to_string(timeout.count()) + " ms";
+  std::string reason = "it " + late;
+  {
+    const std::lock_guard guard(mutex_);
+    if (writeDepth_ > 0) reason = "\"" + writing_ + "\" of another thread " + late;
+  }
+  raiseBusy(operation, reason);
+}
+
+bool RepositoryLock::tryAcquireWrite(std::string_view operation, Milliseconds timeout) {
+  const auto deadline = Clock::now() + timeout;
+  {
+    const std::lock_guard guard(mutex_);
+    if (isWriter()) {
+      ++writeDepth_;
+      return true;
+    }
+  }
+  if (isWrittenByThisThread(identity_)) return false;
+  if (!waitForThreads(operation, deadline)) return false;
+  const auto rest = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now());
+  try {
+    if (waitForWrite(rest)) {
+      setWriter(identity_);
+      return true;
+    }
+  } catch (...) {
+    letNextThreadWrite();
+    throw;
+  }
+  letNextThreadWrite();
+  return false;
+}
+
+bool RepositoryLock::waitForThreads(std::string_view operation, Clock::time_point deadline) {
+  std::unique_lock guard(mutex_);
+  if (writeDepth_ > 0 || !queue_.empty()) {
+    // First come, first served: a thread that writes in a tight loop would take the turn again
+    // long before a sleeper sees it free.
+    const Place place(queue_, writerLeft_);
+    while (writeDepth_ > 0 || !place.isFirst()) {
+      if (Clock::now() >= deadline) return false;
+      writerLeft_.wait_until(guard, std::min(deadline, Clock::now() + kBetweenPolls));
+      host::stopIfInterrupted("wait for another thread");
+    }
+  }
+  writer_ = std::this_thread::get_id();
+  writeDepth_ = 1;
+  writing_.assign(operation);
   return true;
 }
 
+void RepositoryLock::letNextThreadWrite() noexcept {
+  {
+    const std::lock_guard guard(mutex_);
+    writeDepth_ = 0;
+    writer_ = {};
+  }
+  writerLeft_.notify_all();
+}
+
 bool RepositoryLock::waitForWrite(Milliseconds timeout) {
+  if (!file_) return true;  // read only: the connections refuse to write
   if (!file_->isHeldByAnother(kQueueByte) && file_->tryLock(kWriteByte, LockKind::exclusive)) {
     return true;
   }
@@ -136,9 +212,16 @@ bool RepositoryLock::waitForWrite(Milliseconds timeout) {
 }
 
 void RepositoryLock::releaseWrite() noexcept {
-  if (--writeDepth_ > 0) return;
+  {
+    const std::lock_guard guard(mutex_);
+    if (writeDepth_ > 1) {
+      --writeDepth_;
+      return;
+    }
+  }
   clearWriter(identity_);
-  file_->unlock(kWriteByte);
+  if (file_) file_->unlock(kWriteByte);
+  letNextThreadWrite();
 }
 
 void RepositoryLock::holdInstance(long long instanceID) {
@@ -146,17 +229,23 @@ void RepositoryLock::holdInstance(long long instanceID) {
   if (!file_->tryLock(byte, LockKind::exclusive)) {
     raiseBusy("hold instance " + std::to_string(instanceID), "another process holds it");
   }
+  const std::lock_guard guard(mutex_);
   instanceBytes_.insert(byte);
 }
 
 void RepositoryLock::releaseInstance(long long instanceID) {
   const std::uint64_t byte = instanceByte(instanceID);
+  const std::lock_guard guard(mutex_);
   if (instanceBytes_.erase(byte) > 0) file_->unlock(byte);
 }
 
 bool RepositoryLock::isInstanceAlive(long long instanceID) const {
   const std::uint64_t byte = instanceByte(instanceID);
-  return instanceBytes_.contains(byte) || (file_ && file_->isHeldByAnother(byte));
+  {
+    const std::lock_guard guard(mutex_);
+    if (instanceBytes_.contains(byte)) return true;
+  }
+  return file_ && file_->isHeldByAnother(byte);
 }
 
 void RepositoryLock::closeAfterFork() noexcept {

@@ -2,22 +2,30 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "host/locks.h"
 #include "sqldb/repositoryfile.h"
 
 namespace sqldb {
 
-/// One connection's place in `<path>-lock`.
+/// The place in `<path>-lock` of all connections that belong together (see
+/// Database::openBeside).
 ///
 /// The kernel frees every lock here when the process dies. The bytes are shared with other
-/// processes of other versions: never renumber. Threads: as Database.
+/// processes of other versions: never renumber.
+///
+/// Threads: any number. The write lock belongs to the thread that took it; a connection that
+/// is closed for another thread gives it back for that thread.
 class RepositoryLock {
  public:
   using Milliseconds = std::chrono::milliseconds;
@@ -44,10 +52,11 @@ class RepositoryLock {
   std::uint64_t notedNumber() const;
   void noteNumber(std::uint64_t number);
 
-  /// Takes the write lock; nested calls count. \throws "RepositoryBusy"
+  /// Takes the write lock for this thread; nested calls count. \throws "RepositoryBusy", which
+  /// names the operation of the thread or tells that another process is in the way
   void acquireWrite(std::string_view operation, Milliseconds timeout);
   /// Takes the write lock unless that takes longer than the timeout.
-  bool tryAcquireWrite(Milliseconds timeout);
+  bool tryAcquireWrite(std::string_view operation, Milliseconds timeout);
   void releaseWrite() noexcept;
 
   /// \throws "RepositoryBusy" when somebody else holds the instance
@@ -61,13 +70,24 @@ class RepositoryLock {
  private:
   RepositoryLock(const std::string& path, std::optional<host::FileLock> file);
 
+  using Clock = std::chrono::steady_clock;
+
+  bool isWriter() const;
+  /// The turn among the threads of this process. \returns whether it came before the deadline
+  bool waitForThreads(std::string_view operation, Clock::time_point deadline);
+  void letNextThreadWrite() noexcept;
   bool waitForWrite(Milliseconds timeout);
   [[noreturn]] void raiseBusy(std::string_view operation, const std::string& reason) const;
 
   std::string path_;
   std::optional<host::FileLock> file_;  ///< none for a reader where there is none
   FileIdentity identity_;
+  mutable std::mutex mutex_;  ///< guards what follows; never held while waiting for the file
+  std::condition_variable writerLeft_;
+  std::deque<std::thread::id> queue_;  ///< threads that wait to write, in the order they came
+  std::thread::id writer_;
   int writeDepth_ = 0;
+  std::string writing_;  ///< what the writer does
   std::set<std::uint64_t> instanceBytes_;
 };
 

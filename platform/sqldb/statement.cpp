@@ -18,6 +18,7 @@ constexpr char kNothing[] = "";
 
 Statement::Statement(Database& database, std::string_view sql) : database_(&database) {
   Database::Impl& impl = *database.impl_;
+  const EngineGate::Scope gate(impl.connection.gate());
   UseScope use(impl.uses);
   const StatementCache::Lease lease = impl.cache.lease(sql);
   entry_ = lease.entry;
@@ -34,6 +35,7 @@ Statement::Statement(Statement&& other) noexcept
 Statement::~Statement() {
   if (database_ == nullptr || database_->impl_->forked) return;
   Database::Impl& impl = *database_->impl_;
+  const EngineGate::Scope gate(impl.connection.gate());
   impl.cache.giveBack({entry_, handle_});
   impl.endTurn(holdsWriteLock_);
   UseScope::add(impl.uses, -1);
@@ -85,6 +87,7 @@ long long Statement::run() {
 
 void Statement::reset() {
   Database::Impl& impl = *database_->impl_;
+  const EngineGate::Scope gate(impl.connection.gate());
   impl.refuseUnlessUsable("reset");
   const int code = sqlite3_reset(handle_);
   impl.endTurn(holdsWriteLock_);

@@ -6,13 +6,16 @@ namespace sqldb {
 
 void WriteTurn::take(std::string_view operation) {
   refuseReadOnly(operation);
-  lock_.acquireWrite(operation, timeout_);
+  if (!lock_.tryAcquireWrite(operation, std::chrono::milliseconds(0))) {
+    const EngineGate::Pause outside(connection_.gate());
+    lock_.acquireWrite(operation, timeout_);
+  }
   refuseUnlessInPlace(operation);
 }
 
 bool WriteTurn::takeWithin(std::chrono::milliseconds timeout, std::string_view operation) {
   refuseReadOnly(operation);
-  if (!lock_.tryAcquireWrite(timeout)) return false;
+  if (!lock_.tryAcquireWrite(operation, timeout)) return false;
   refuseUnlessInPlace(operation);
   return true;
 }

@@ -10,7 +10,7 @@
 
 namespace vela {
 
-/// The pending deletions of one manager, by class. Threads: used under the repository lock.
+/// The pending deletions of one thread in one manager, by class.
 class BulkDeletions {
  public:
   /// What is to be deleted of one class.

@@ -2,6 +2,8 @@
 
 #include <cxxabi.h>
 
+#include <optional>
+
 #include "host/names.h"
 #include "kodiag/message.h"
 #include "objectmanager/childlinks.h"
@@ -346,7 +348,13 @@ std::unique_ptr<PreparedSet>& ObjectManager::preparedSlot(std::type_index type) 
 }
 
 void ObjectManager::threadSafeEval(DictionaryFunction& fn, diagnostics& diag) {
-  std::lock_guard lock(repositoryLock());
+  std::optional<RepositoryGuard> lock;
+  try {
+    lock.emplace("threadSafeEval");
+  } catch (const kodiag::except::ExceptionWithCauses& busy) {
+    diag = diagnostics(busy);
+    return;
+  }
   if (fn.empty()) {
     diag.add(evaluationFailure("call to empty boost::function", nullptr));
     return;
@@ -378,6 +386,10 @@ void ObjectManager::rollbackTransaction() {
 
 void ObjectManager::safeTransaction(DictionaryFunction& fn, diagnostics& diag) {
   impl_->safeTransaction(fn, diag);
+}
+
+bool ObjectManager::trySafeTransaction(DictionaryFunction& fn, diagnostics& diag) {
+  return impl_->trySafeTransaction(fn, diag);
 }
 
 void ObjectManager::beginBulkPropertyUpdate(ObjectRef* ref) {
@@ -427,17 +439,14 @@ void ObjectManager::commitBulkObjectDeletion(const kodd::ClassRef& cls) {
 }
 
 int ObjectManager::openBulkDeletionBracket() {
-  std::lock_guard lock(repositoryLock());
   return impl_->bulkDeletions().openBracket();
 }
 
 int ObjectManager::closeBulkDeletionBracket() {
-  std::lock_guard lock(repositoryLock());
   return impl_->bulkDeletions().closeBracket();
 }
 
 int ObjectManager::openBulkDeletionBrackets() const {
-  std::lock_guard lock(repositoryLock());
   return impl_->bulkDeletions().openBrackets();
 }
 

@@ -192,8 +192,8 @@ class ObjectManager {
   std::unique_ptr<kodd::BlobStream> createBlobStream(const kodd::PropertyRef& blobProperty,
                                                      kodd::BlobStream::Access access);
 
-  /// The statements of type T (derived from PreparedSet, constructible from ObjectManager&),
-  /// made on first use and kept until the repository is opened anew.
+  /// This thread's statements of type T (derived from PreparedSet, constructible from
+  /// ObjectManager&), made on first use and kept until the repository is opened anew.
   template <class T>
   T& prepared() {
     std::unique_ptr<PreparedSet>& slot = preparedSlot(typeid(T));
@@ -201,14 +201,21 @@ class ObjectManager {
     return static_cast<T&>(*slot);
   }
 
-  /// Runs `fn` under the repository lock, outside the store's units. Never raises.
+  /// Runs `fn` under the repository lock of the process, outside the store's units, one
+  /// function at a time; leaves "RepositoryBusy" after the busy timeout. Never raises.
   void threadSafeEval(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
 
   void beginTransaction();
   void commitTransaction();
   void rollbackTransaction();
-  /// Runs `fn` as one unit of work under the repository lock: all or nothing. Never raises.
+  /// Runs `fn` as one unit of work of this thread: all or nothing, and in the file when it
+  /// returns without diagnostics. Waits for units of other threads and processes that write to
+  /// the same repository, and leaves "RepositoryBusy" after the busy timeout. Never raises.
   void safeTransaction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
+  /// The same for what has been found out in the read unit around it: `fn` does not run when
+  /// somebody else is writing now, and fails with "RepositoryBusy" at its first write when
+  /// somebody has written since that unit began. Waits for nobody. \returns whether it ran
+  bool trySafeTransaction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
   /// safeTransaction for a callable, raising what it left.
   template <class Function>
   void inTransaction(Function&& function) {
@@ -217,7 +224,8 @@ class ObjectManager {
     safeTransaction(fn, diag);
     diag.raiseIfAny();
   }
-  /// The same for a callable that only reads: no write lock is taken.
+  /// Runs a callable that only reads: it sees one state of the repository, takes no write lock
+  /// and waits for no writer. What it writes all the same is committed at once.
   template <class Function>
   void inReadUnit(Function&& function) {
     kodd::DataModelRepository::ReadScope scope(repository());

@@ -21,7 +21,10 @@ using kodiag::util::diagnostics;
 
 constexpr const char* kDefaultPackage = "vela";
 
-using RepositoryGuard = std::lock_guard<std::recursive_mutex>;
+std::uint64_t nextWorkSerial() {
+  static std::atomic<std::uint64_t> last = 0;
+  return ++last;
+}
 
 /// Counts a running unit for a scope.
 class UnitCount {
@@ -42,23 +45,44 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 }  // namespace
 
 ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner)
-    : owner_(owner), privateFile_(std::in_place) {
+    : owner_(owner), privateFile_(std::in_place), workSerial_(nextWorkSerial()) {
   location_ = text::toWide(privateFile_->location());
 }
 
 ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner, std::wstring location)
-    : owner_(owner), location_(std::move(location)) {}
+    : owner_(owner), location_(std::move(location)), workSerial_(nextWorkSerial()) {}
 
 ObjectManagerImpl::~ObjectManagerImpl() {
-  RepositoryGuard lock(repositoryLock());
-  closeStore();
+  dropWork();
+  repository_.close();
+}
+
+ObjectManagerImpl::ThreadWork& ObjectManagerImpl::work() {
+  thread_local std::uint64_t serial = 0;
+  thread_local ThreadWork* mine = nullptr;
+  const std::uint64_t current = workSerial_.load(std::memory_order_relaxed);
+  if (serial == current) return *mine;
+  {
+    const std::lock_guard guard(workMutex_);
+    std::unique_ptr<ThreadWork>& slot = work_[std::this_thread::get_id()];
+    if (!slot) slot = std::make_unique<ThreadWork>();
+    mine = slot.get();
+  }
+  serial = current;
+  if (std::exchange(mine->serial, current) != current) {
+    mine->prepared.clear();
+    mine->constructors.clear();
+    mine->explicitTransactionMark.reset();
+    mine->bulkDeletions.clear();
+  }
+  return *mine;
 }
 
 void ObjectManagerImpl::initialize(const std::string& schemaFile,
                                    const std::string& packageName) {
-  RepositoryGuard lock(repositoryLock());
+  const RepositoryGuard lock("initializeObjectManager");
   refuseInsideUnit("initializeObjectManager");
-  closeStore();
+  closeStoreInTurn();
   openStore(schemaFile);
   if (!repository_.isOpen()) return;
   passSettings();
@@ -110,37 +134,42 @@ void ObjectManagerImpl::recordInstance() {
 }
 
 void ObjectManagerImpl::disconnect() {
-  RepositoryGuard lock(repositoryLock());
+  const RepositoryGuard lock("disconnect");
   refuseInsideUnit("disconnect");
-  closeStore();
+  closeStoreInTurn();
   if (privateFile_) privateFile_->remove();
 }
 
-void ObjectManagerImpl::closeStore() {
-  prepared_.clear();
-  constructors_.clear();
-  bulkUpdates_.clear();
-  bulkDeletions_.clear();
-  explicitTransactionMark_.reset();
-  package_ = {};
-  metamodel_ = {};
-  repository_.close();
+void ObjectManagerImpl::closeStoreInTurn() {
+  diagnostics diag;
+  repository_.closeInTurn(diag);
+  diag.raiseIfAny();
+  dropWork();
 }
 
-void ObjectManagerImpl::refuseInsideUnit(const char* operation) const {
-  if (runningUnits_ > 0) {
+void ObjectManagerImpl::dropWork() {
+  // Every thread drops what it has prepared when it comes back.
+  workSerial_ = nextWorkSerial();
+  work();
+  bulkUpdates_.clear();
+  package_ = {};
+  metamodel_ = {};
+}
+
+void ObjectManagerImpl::refuseInsideUnit(const char* operation) {
+  if (work().runningUnits > 0) {
     kodiag::raise({"KODD:kodd", "TransactionActive"}, {{"Operation", operation}});
   }
 }
 
 void ObjectManagerImpl::setLocationToPersistentDMR() {
-  RepositoryGuard lock(repositoryLock());
+  const RepositoryGuard lock("setLocationToPersistentDMR");
   location_ = persistentdmr::path();
   if (privateFile_ && !repository_.isOpen()) privateFile_->remove();
 }
 
 void ObjectManagerImpl::setInstanceID(long long id) {
-  RepositoryGuard lock(repositoryLock());
+  const RepositoryGuard lock("setInstanceID");
   const long long former = std::exchange(instanceID_, id);
   if (former == id || !repository_.isOpen()) return;
   instancerecords::abandon(owner_, former);
@@ -148,7 +177,7 @@ void ObjectManagerImpl::setInstanceID(long long id) {
 }
 
 void ObjectManagerImpl::actForInstance(long long id) {
-  RepositoryGuard lock(repositoryLock());
+  const RepositoryGuard lock("actForInstance");
   instanceID_ = id;
 }
 
@@ -185,15 +214,14 @@ kodd::ObjectRef ObjectManagerImpl::createObject(const kodd::ClassRef& cls) {
 
 kodd::ObjectRef ObjectManagerImpl::createObject(
     const kodd::ClassRef& cls, const std::vector<ObjectManager::InitialProperty>& properties) {
-  RepositoryGuard lock(repositoryLock());
-  kodd::ObjectConstructor& constructor = constructors_.bound(cls, properties, repository_);
+  kodd::ObjectConstructor& constructor =
+      work().constructors.bound(cls, properties, repository_);
   kodd::ObjectRef created;
   runUnit([&](diagnostics& diag) { created = constructor.createObject(diag); });
   return created;
 }
 
 kodd::ObjectRef ObjectManagerImpl::findObject(int objectID, const kodd::ClassRef& cls) {
-  RepositoryGuard lock(repositoryLock());
   diagnostics diag;
   kodd::ObjectRef object = repository_.getObjectRef(objectID, cls, diag);
   diag.raiseIfAny();
@@ -201,7 +229,6 @@ kodd::ObjectRef ObjectManagerImpl::findObject(int objectID, const kodd::ClassRef
 }
 
 kodd::ObjectRef ObjectManagerImpl::findObject(int objectID) {
-  RepositoryGuard lock(repositoryLock());
   diagnostics diag;
   kodd::ObjectRef object = repository_.getObjectRef(objectID, diag);
   diag.raiseIfAny();
@@ -218,7 +245,6 @@ void ObjectManagerImpl::findObjects(
     boost::ptr_vector<ObjectRef>& results,
     const std::vector<ObjectManager::ObjectConstraint>& objectConstraints,
     const std::string& orderBy, kodd::ObjectQuery::SortOrder order) {
-  RepositoryGuard lock(repositoryLock());
   const auto start = std::chrono::steady_clock::now();
   const ObjectSearch search{classNamed(className), constraints, objectConstraints, orderBy,
                             order};
@@ -232,7 +258,6 @@ void ObjectManagerImpl::findObjects(
 void ObjectManagerImpl::findObjects(ObjectRef& parent, const std::string& childClass,
                                     const std::vector<ObjectManager::Constraint>& constraints,
                                     boost::ptr_vector<ObjectRef>& results) {
-  RepositoryGuard lock(repositoryLock());
   const auto start = std::chrono::steady_clock::now();
   const kodd::ClassRef cls = childClassOf(parent, childClass);
   appendChildren(parent, childClass, matchConstraints(cls, constraints), results);
@@ -240,14 +265,10 @@ void ObjectManagerImpl::findObjects(ObjectRef& parent, const std::string& childC
 }
 
 void ObjectManagerImpl::beginTransaction() {
-  {
-    // Before the transaction: a thread that holds this lock may be waiting for its end.
-    RepositoryGuard lock(repositoryLock());
-    if (!explicitTransactionMark_) explicitTransactionMark_ = bulkDeletions_.mark();
-  }
   diagnostics diag;
   repository_.beginTransaction(diag);
   diag.raiseIfAny();
+  work().explicitTransactionMark = work().bulkDeletions.mark();
 }
 
 void ObjectManagerImpl::commitTransaction() {
@@ -265,22 +286,37 @@ void ObjectManagerImpl::endTransaction(Operation&& operation, bool keepsWork) {
   operation(diag);
   if (repository_.depth() < depth) {
     const bool isUndone = !keepsWork || !diag.empty();
-    RepositoryGuard lock(repositoryLock());
-    if (explicitTransactionMark_ && isUndone)
-      bulkDeletions_.rollBackTo(*explicitTransactionMark_);
-    explicitTransactionMark_.reset();
+    ThreadWork& mine = work();
+    if (mine.explicitTransactionMark && isUndone) {
+      mine.bulkDeletions.rollBackTo(*mine.explicitTransactionMark);
+    }
+    mine.explicitTransactionMark.reset();
   }
   diag.raiseIfAny();
 }
 
-void ObjectManagerImpl::safeTransaction(DictionaryFunction& fn, diagnostics& diag) {
-  RepositoryGuard lock(repositoryLock());
-  UnitCount running(runningUnits_);
-  const std::uint64_t mark = bulkDeletions_.mark();
+template <class Run>
+void ObjectManagerImpl::runRemembering(diagnostics& diag, Run&& run) {
+  ThreadWork& mine = work();
+  UnitCount running(mine.runningUnits);
+  const std::uint64_t mark = mine.bulkDeletions.mark();
   diagnostics failure;
-  repository_.performDictionaryFunction(fn, failure);
-  if (!failure.empty()) bulkDeletions_.rollBackTo(mark);
+  run(failure);
+  if (!failure.empty()) mine.bulkDeletions.rollBackTo(mark);
   diag.append(failure);
+}
+
+void ObjectManagerImpl::safeTransaction(DictionaryFunction& fn, diagnostics& diag) {
+  runRemembering(
+      diag, [&](diagnostics& failure) { repository_.performDictionaryFunction(fn, failure); });
+}
+
+bool ObjectManagerImpl::trySafeTransaction(DictionaryFunction& fn, diagnostics& diag) {
+  bool hasRun = false;
+  runRemembering(diag, [&](diagnostics& failure) {
+    hasRun = repository_.tryDictionaryFunction(fn, failure);
+  });
+  return hasRun;
 }
 
 void ObjectManagerImpl::runUnit(DictionaryFunction fn) {
@@ -319,20 +355,16 @@ void ObjectManagerImpl::commitBulkPropertyUpdate(ObjectRef& handle) {
 }
 
 void ObjectManagerImpl::beginBulkObjectDeletion(const kodd::ClassRef& cls) {
-  RepositoryGuard lock(repositoryLock());
-  bulkDeletions_.begin(cls, repository_);
+  work().bulkDeletions.begin(cls, repository_);
 }
 
 void ObjectManagerImpl::addObjectForBulkDeletion(kodd::ObjectRef& object) {
-  // Under the lock, so that the failing unit of another thread does not take this object along.
-  RepositoryGuard lock(repositoryLock());
-  if (bulkDeletions_.add(object)) return;
+  if (work().bulkDeletions.add(object)) return;
   runUnit([&](diagnostics& diag) { object.deleteObject(diag); });
 }
 
 void ObjectManagerImpl::commitBulkObjectDeletion(const kodd::ClassRef& cls) {
-  RepositoryGuard lock(repositoryLock());
-  std::optional<BulkDeletions::Pending> pending = bulkDeletions_.take(cls);
+  std::optional<BulkDeletions::Pending> pending = work().bulkDeletions.take(cls);
   if (!pending) return;
   runUnit([&](diagnostics& diag) { pending->deleteAll(diag); });
 }

@@ -1,13 +1,17 @@
 // What stands behind ObjectManager: the open store, its package, and the manager's own state.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <typeindex>
 #include <vector>
 
+#include "host/processmutex.h"
 #include "kodd/datamodelrepository.h"
 #include "objectmanager/bulkdeletions.h"
 #include "objectmanager/bulkupdates.h"
@@ -64,6 +68,7 @@ class ObjectManagerImpl {
   void commitTransaction();
   void rollbackTransaction();
   void safeTransaction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
+  bool trySafeTransaction(DictionaryFunction& fn, kodiag::util::diagnostics& diag);
 
   void beginBulkPropertyUpdate(ObjectRef& handle);
   void commitBulkPropertyUpdate(ObjectRef& handle);
@@ -73,19 +78,37 @@ class ObjectManagerImpl {
   void addObjectForBulkDeletion(kodd::ObjectRef& object);
   void commitBulkObjectDeletion(const kodd::ClassRef& cls);
   /// For use under the repository lock.
-  BulkDeletions& bulkDeletions() { return bulkDeletions_; }
+  /// Of this thread.
+  BulkDeletions& bulkDeletions() { return work().bulkDeletions; }
 
   FindObjectsTracer& tracer() { return tracer_; }
-  std::unique_ptr<PreparedSet>& preparedSlot(std::type_index type) { return prepared_[type]; }
+  std::unique_ptr<PreparedSet>& preparedSlot(std::type_index type) {
+    return work().prepared[type];
+  }
 
  private:
+  /// What one thread keeps between its calls.
+  struct ThreadWork {
+    std::uint64_t serial = 0;
+    PreparedObjectConstructors constructors;
+    std::map<std::type_index, std::unique_ptr<PreparedSet>> prepared;
+    BulkDeletions bulkDeletions;
+    std::optional<std::uint64_t> explicitTransactionMark;
+    int runningUnits = 0;
+  };
+
+  ThreadWork& work();
+  template <class Run>
+  void runRemembering(kodiag::util::diagnostics& diag, Run&& run);
   void openStore(const std::string& schemaFile);
   void passSettings();
   void preparePackage(const std::string& packageName);
   void recordInstance();
-  /// Drops whatever refers to the open store, then closes it.
-  void closeStore();
-  void refuseInsideUnit(const char* operation) const;
+  /// Waits for the writing units of other threads, drops whatever refers to the open store and
+  /// closes it. \throws "RepositoryBusy"
+  void closeStoreInTurn();
+  void dropWork();
+  void refuseInsideUnit(const char* operation);
   /// Runs `fn` as one unit and raises what it left.
   void runUnit(DictionaryFunction fn);
   template <class Operation>
@@ -100,12 +123,11 @@ class ObjectManagerImpl {
   kodd::MetamodelRef metamodel_;
   kodd::PackageRef package_;
   FindObjectsTracer tracer_;
-  PreparedObjectConstructors constructors_;
-  std::map<std::type_index, std::unique_ptr<PreparedSet>> prepared_;
   BulkUpdates bulkUpdates_;
-  BulkDeletions bulkDeletions_;
-  int runningUnits_ = 0;  ///< guarded by the repository lock
-  std::optional<std::uint64_t> explicitTransactionMark_;
+  host::ProcessMutex workMutex_;
+  std::map<std::thread::id, std::unique_ptr<ThreadWork>> work_;
+  /// Of this opening, unique in the process: by it a thread knows its own work again.
+  std::atomic<std::uint64_t> workSerial_;
 };
 
 }  // namespace vela

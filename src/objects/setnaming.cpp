@@ -66,7 +66,12 @@ std::wstring Set::getRunNameTemplate(ObjectManager& manager) {
   if (const auto known = stored()) return known->getPropertyUString(strings::Template);
   // Asked before the write lock is taken: it may be a slow call into the host.
   const auto [text, showAtTop] = getDefaultRunNameTemplateAndShowAtTopFlagFromPrefs();
-  initializeDefaultRunNameTemplateAndShowAtTopFlag(text, showAtTop, manager);
+  DictionaryFunction make = [&](kodiag::util::diagnostics&) {
+    initializeDefaultRunNameTemplateAndShowAtTopFlag(text, showAtTop, manager);
+  };
+  // Who asks for a name does not wait for a writer: the next one who asks makes the template.
+  kodiag::util::diagnostics notMade;
+  manager.trySafeTransaction(make, notMade);
   const auto now = stored();
   return now ? now->getPropertyUString(strings::Template) : text;
 }

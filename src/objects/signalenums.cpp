@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <string_view>
 
 #include "kodiag/message.h"
@@ -21,7 +22,7 @@ constexpr std::array<std::string_view, 8> kSourceTypes = {
 constexpr int kPlots = 32;
 
 // Cursor of the default colours: index of the colour of the next new signal.
-std::size_t nextColor = 0;
+std::atomic<std::size_t> nextColor = 0;  // signals are made by any thread
 
 template <std::size_t size>
 int valueOfText(const std::array<std::string_view, size>& texts, const std::string& text) {
@@ -101,9 +102,7 @@ void SignalEnums::resetColors() {
 
 const ColorTuple& SignalEnums::takeNextColor() {
   const std::vector<ColorTuple>& colors = getDefaultVelaColors();
-  const ColorTuple& color = colors[nextColor];
-  nextColor = (nextColor + 1) % colors.size();
-  return color;
+  return colors[nextColor++ % colors.size()];
 }
 
 }  // namespace vela

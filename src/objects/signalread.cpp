@@ -189,20 +189,19 @@ SignalDataRange Signal::getDataRange() {
   SignalStates& states = manager().prepared<SignalStates>();
   const kodd::ObjectRef& signal = getObjectReference().getObjRef();
   SignalDataRange range;
-  bool answered = false;
   manager().inReadUnit([&] {
     const SignalState state = states.read(signal);
-    answered =
-        !childrenChanged(states, state) && answerFromStore(manager(), signal, state, range);
-  });
-  if (answered) return range;
-
-  manager().inTransaction([&] {
-    const SignalState state = states.read(signal);
-    if (childrenChanged(states, state)) refreshBelow(states, state.parent);
+    const bool isRefreshNeeded = childrenChanged(states, state);
+    if (!isRefreshNeeded && answerFromStore(manager(), signal, state, range)) return;
     SampleReader reader(manager(), signal, true);
     range = rangeOf(reader, -DBL_MAX, DBL_MAX);
-    if (range.isValid) store(states, signal, range);
+    DictionaryFunction remember = [&](kodiag::util::diagnostics&) {
+      if (isRefreshNeeded) refreshBelow(states, state.parent);
+      if (range.isValid) store(states, signal, range);
+    };
+    // Best effort: what is not stored, since somebody else writes, is found by the next scan.
+    kodiag::util::diagnostics notStored;
+    manager().trySafeTransaction(remember, notStored);
   });
   return range;
 }

@@ -73,10 +73,9 @@ datafile::DataFileWriter::Durability wantedDurability() {
   return isDurable ? Durability::durable : Durability::fast;
 }
 
-/// Runs as one reading unit, so that nobody changes anything meanwhile.
+/// Runs as one reading unit, which sees one state whatever others change meanwhile.
 template <class Function>
 void whileNothingChanges(ObjectManager& manager, Function&& function) {
-  const std::lock_guard lock(repositoryLock());
   kodd::DictionaryFunction fn = [&](diagnostics&) { function(); };
   diagnostics diag;
   manager.repository().performReadFunction(fn, diag);

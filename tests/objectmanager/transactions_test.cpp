@@ -163,28 +163,32 @@ TEST_F(TransactionsTest, EvaluationsReportEveryFailureAndUndoNothing) {
   EXPECT_EQ(count("DataSet"), 1u);
 }
 
-TEST_F(TransactionsTest, OneDictionaryFunctionRunsAtATimeInTheProcess) {
+TEST_F(TransactionsTest, UnitsOfARepositoryTakeTurnsAndEvaluationsOfTheProcess) {
   ObjectManager other;
   other.initializeObjectManager("", "");
-  std::atomic<int> inside = 0;
+  std::atomic<int> units = 0;
+  std::atomic<int> evaluations = 0;
   std::atomic<bool> together = false;
-  const auto work = [&](ObjectManager& manager) {
+  const auto alone = [&](std::atomic<int>& inside) {
+    if (++inside > 1) together = true;
+    std::this_thread::yield();
+    --inside;
+  };
+  const auto work = [&](ObjectManager& manager, bool isThis) {
     for (int i = 0; i < 200; ++i) {
       manager.inTransaction([&] {
-        if (++inside > 1) together = true;
+        if (isThis) alone(units);
         manager.createObject("DataSet", false);
-        --inside;
       });
-      DictionaryFunction look = [&](diagnostics&) {
-        if (inside != 0) together = true;
-      };
+      DictionaryFunction evaluation = [&](diagnostics&) { alone(evaluations); };
       diagnostics diag;
-      manager.threadSafeEval(look, diag);
+      manager.threadSafeEval(evaluation, diag);
+      EXPECT_TRUE(diag.empty());
     }
   };
-  std::thread first(work, std::ref(*manager_));
-  std::thread second(work, std::ref(*manager_));
-  std::thread third(work, std::ref(other));
+  std::thread first(work, std::ref(*manager_), true);
+  std::thread second(work, std::ref(*manager_), true);
+  std::thread third(work, std::ref(other), false);
   first.join();
   second.join();
   third.join();

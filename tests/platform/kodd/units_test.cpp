@@ -168,7 +168,7 @@ TEST_F(UnitsTest, AReadScopeIsOneUnitHoweverManyShareIt) {
   EXPECT_EQ(repository_.depth(), 1);
   first.reset();
   EXPECT_EQ(repository_.depth(), 1);
-  create("Run");  // becomes a writing unit that is kept
+  create("Run");  // committed at once
   second.reset();
   EXPECT_EQ(repository_.depth(), 0);
   open();

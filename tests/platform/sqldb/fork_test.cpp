@@ -1,6 +1,9 @@
+#include <atomic>
 #include <csignal>
 #include <memory>
 #include <optional>
+#include <string>
+#include <thread>
 
 #include "host/locks.h"
 #include "sqldbtest.h"
@@ -128,6 +131,36 @@ TEST_F(ForkTest, ALivingChildDoesNotKeepTheParentsLocks) {
   EXPECT_NE(quarantine(path()), "");
   kill(child, SIGKILL);
   exitCodeOf(child);
+}
+
+// Children that hang in a lock of the engine, or in one of ours, are ended by the alarm.
+TEST_F(ForkTest, AForkBesideBusyThreadsLeavesNoLockBehind) {
+  std::atomic<bool> isOver = false;
+  const auto busily = [&](const std::string& file) {
+    while (!isOver) {
+      Database mine(path(file), options());
+      createTable(mine);
+      for (int i = 0; i < 20; ++i) insert(mine, i);
+      values(mine);
+      mine.execute("DROP TABLE t");
+    }
+  };
+  std::thread first(busily, "first.db");
+  std::thread second(busily, "second.db");
+  for (int i = 0; i < 60; ++i) {
+    const pid_t child = inChild([&] {
+      alarm(20);
+      const bool isRefused = idRaisedBy([&] { values(*db_); }) == kForked;
+      Database own(path("own" + std::to_string(i) + ".db"), options());
+      createTable(own);
+      insert(own, 1);
+      return isRefused && values(own) == "1" ? 0 : 1;
+    });
+    EXPECT_EQ(exitCodeOf(child), 0);
+  }
+  isOver = true;
+  first.join();
+  second.join();
 }
 
 }  // namespace
