@@ -87,6 +87,20 @@ def test_complex_results_have_two_parts_on_a_frequency_axis(vela, tmp_path):
         assert complex(float(real), float(imaginary)) == pytest.approx(exact, rel=1e-9)
 
 
+def test_every_import_is_told_from_the_runs_there_are(vela, tmp_path):
+    header = "Title: t\nPlotname: AC Analysis\nFlags: real\nNo. Variables: 2\nNo. Points: 1\nVariables:\n"
+    values = "\t0\tfrequency\tfrequency\n\t1\tx\tvoltage\nValues:\n 0\t1\n\t2\n"
+    for name in "abc":
+        (tmp_path / f"{name}.raw").write_text(header + values)
+    vela("import", "a.raw")
+    vela("import", "b.raw", "c.raw")
+    vela("compare", "1", "c.raw: AC Analysis", "--no-store")
+    vela("compare", "AC Analysis", "2")
+    runs = sorted((run["number"], run["name"]) for run in vela.json("ls"))
+    assert runs[:3] == [(1, "AC Analysis"), (2, "b.raw: AC Analysis"), (3, "c.raw: AC Analysis")]
+    assert runs[3][0] == 4
+
+
 def test_runs_of_every_session_share_the_users_repository(vela, drive):
     vela("ls", status=2)
     vela("import", drive, "--run", "one")

@@ -10,6 +10,7 @@
 #include "tools/vela/comparisonview.h"
 #include "tools/vela/context.h"
 #include "tools/vela/junit.h"
+#include "tools/vela/newruns.h"
 #include "tools/vela/outputfile.h"
 #include "tools/vela/readreport.h"
 #include "tools/vela/recorder.h"
@@ -108,10 +109,17 @@ ShownComparison compareTwo(const Context& context, const CompareOptions& options
   Operands operands(context, options);
   Set& baseline = operands.baseline();
   Set& compared = operands.compared();
-  const RunComparison result =
-      operands.isStoring() ? compareAndStoreRuns(operands.repository(), baseline.getID(),
-                                                 compared.getID(), options.comparison)
-                           : compareRuns(baseline, compared, options.comparison);
+  RunComparison result;
+  if (operands.isStoring()) {
+    ObjectManager& manager = operands.repository();
+    manager.inTransaction([&] {
+      continueNumbers(manager);
+      result =
+          compareAndStoreRuns(manager, baseline.getID(), compared.getID(), options.comparison);
+    });
+  } else {
+    result = compareRuns(baseline, compared, options.comparison);
+  }
   return {result, nameOf(baseline), nameOf(compared), axisOf(&baseline).second};
 }
 

@@ -2,10 +2,12 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <map>
+#include <set>
 
 #include "text/numbers.h"
 #include "text/printable.h"
 #include "tools/vela/context.h"
+#include "tools/vela/newruns.h"
 #include "tools/vela/readreport.h"
 #include "tools/vela/recorder.h"
 #include "tools/vela/repositories.h"
@@ -121,6 +123,18 @@ void printStored(const std::map<std::string, std::vector<Recorder::StoredRun>>& 
   std::cout << (json ? jsonText(list) : table.str());
 }
 
+// Names that several runs would have.
+std::set<std::string> ambiguousNames(ObjectManager& manager,
+                                     const std::vector<Source>& sources) {
+  std::map<std::string, int> counts = countNames(manager);
+  for (const Source& source : sources)
+    for (const formats::RunInfo& run : source.summary->runs) ++counts[run.name];
+  std::set<std::string> names;
+  for (const auto& [name, count] : counts)
+    if (count > 1) names.insert(name);
+  return names;
+}
+
 ExitCode importFiles(const Context& context, const ImportOptions& options) {
   // Every file is checked to its end before the repository is touched.
   const std::vector<Source> sources = describeAll(options);
@@ -136,11 +150,14 @@ ExitCode importFiles(const Context& context, const ImportOptions& options) {
   Repository repository = Repository::openForWriting(context);
   std::map<std::string, std::vector<Recorder::StoredRun>> stored;
   repository.manager().inTransaction([&] {
+    continueNumbers(repository.manager());
+    const std::set<std::string> ambiguous = ambiguousNames(repository.manager(), sources);
     for (const Source& source : sources) {
       ProgressBar bar("importing " + source.file, sampleBytes(*source.summary), context.quiet);
       Recorder recorder(repository.manager(), *source.summary,
                         formats::provenanceOf(source.file, *source.summary, options.reading),
                         options.runName, [&bar](std::uint64_t bytes) { bar.update(bytes); });
+      recorder.qualify(ambiguous);
       lossy |= reportLoss(source.file, source.reader->read(recorder), context.quiet);
       std::vector<Recorder::StoredRun>& runs = stored[source.file];
       runs.insert(runs.end(), recorder.runs().begin(), recorder.runs().end());

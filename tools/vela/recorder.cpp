@@ -1,5 +1,6 @@
 #include "tools/vela/recorder.h"
 
+#include <filesystem>
 #include <type_traits>
 
 #include "objects/datatypes.h"
@@ -98,7 +99,11 @@ void Recorder::endRun() {
 }
 
 std::string Recorder::nameOf(const formats::RunInfo& run) const {
-  if (runName_.empty()) return run.name;
+  if (runName_.empty()) {
+    const bool isQualified = !run.plot.empty() && qualified_.contains(run.name);
+    const std::string file = std::filesystem::path(provenance_.file).filename().string();
+    return isQualified ? file + ": " + run.name : run.name;
+  }
   return summary_.runs.size() == 1 ? runName_ : runName_ + ": " + run.name;
 }
 

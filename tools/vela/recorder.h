@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,9 @@ class Recorder : public formats::Sink {
            formats::Provenance provenance, std::string runName, Progress progress);
   ~Recorder() override;
 
+  /// Plots of these names get the name of the file in front of theirs.
+  void qualify(std::set<std::string> names) { qualified_ = std::move(names); }
+
   void beginRun(const formats::RunInfo& run) override;
   void block(std::span<const double> axis, std::span<const formats::Column> columns) override;
   void endRun() override;
@@ -57,6 +61,7 @@ class Recorder : public formats::Sink {
   const formats::Summary& summary_;
   formats::Provenance provenance_;
   std::string runName_;
+  std::set<std::string> qualified_;
   Progress progress_;
 
   std::unique_ptr<Set> run_;
