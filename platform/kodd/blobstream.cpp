@@ -2,6 +2,7 @@
 #include <span>
 #include <utility>
 
+#include "host/interrupt.h"
 #include "kodd/datamodelrepository.h"
 #include "kodd/preparedwriters.h"
 #include "kodd/session.h"
@@ -78,10 +79,11 @@ bool BlobStream::Impl::reopen(int id) {
     blob->reopen(id);
     length = static_cast<std::size_t>(blob->size());
     return true;
-  } catch (const kodiag::except::ExceptionWithCauses&) {
-    // The object may be gone, or merely changed since: opening anew tells.
+  } catch (const kodiag::except::ExceptionWithCauses& failure) {
     release();
     blob.reset();
+    if (host::isInterruption(failure)) throw;
+    // The object may be gone, or merely changed since: opening anew tells.
     return false;
   }
 }
@@ -96,7 +98,8 @@ void BlobStream::Impl::openAnew(int id) {
                            layout.of(*property.info()).name, id, wanted()));
     hold(writes);
     length = static_cast<std::size_t>(blob->size());
-  } catch (const kodiag::except::ExceptionWithCauses&) {
+  } catch (const kodiag::except::ExceptionWithCauses& failure) {
+    if (host::isInterruption(failure)) throw;
     const std::optional<std::size_t> stored = storedLength(id);
     if (!stored) raiseInvalidObject("Object " + std::to_string(id), "it is gone");
     // The engine opens no blob that a row from before its column was added does not hold yet.

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "comparison/compare.h"
+#include "host/interrupt.h"
 #include "kodiag/catalog.h"
 #include "kodiag/message.h"
 #include "objects/datatypes.h"
@@ -117,6 +118,7 @@ auto forPair(const SignalPair& pair, const Work& work) {
   try {
     return work();
   } catch (const kodiag::except::ExceptionWithCauses& error) {
+    if (host::isInterruption(error)) throw;
     const kodiag::Message& cause = error.innermost();
     refuse("Comparing signal \"" + text::toUtf8(pair.path) + "\"", cause.text(), {cause});
   }
