@@ -6,6 +6,7 @@
 #include <chrono>
 #include <new>
 
+#include "host/interrupt.h"
 #include "kodd/datamodelrepository.h"
 #include "kodiag/message.h"
 
@@ -29,6 +30,17 @@ std::recursive_timed_mutex* makeFirstLock() {
   return std::launder(reinterpret_cast<std::recursive_timed_mutex*>(storage));
 }
 
+/// Waits in naps, between which the call may be stopped.
+bool lockWithin(std::chrono::milliseconds patience, const char* operation) {
+  constexpr std::chrono::milliseconds kNap{50};
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!repositoryLock().try_lock_for(kNap)) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    host::stopIfInterrupted(operation);
+  }
+  return true;
+}
+
 }  // namespace
 
 std::recursive_timed_mutex& repositoryLock() {
@@ -38,7 +50,7 @@ std::recursive_timed_mutex& repositoryLock() {
 
 RepositoryGuard::RepositoryGuard(const char* operation) {
   const auto patience = kodd::DataModelRepository::Options().busyTimeout;
-  if (!repositoryLock().try_lock_for(patience)) {
+  if (!lockWithin(patience, operation)) {
     const char* const held = holder;
     kodiag::raise({"KODD:kodd", "RepositoryBusy"},
                   {{"Operation", operation},

@@ -15,7 +15,8 @@ std::recursive_timed_mutex& repositoryLock();
 /// The repository lock for a scope.
 class RepositoryGuard {
  public:
-  /// \throws "KODD:kodd:RepositoryBusy", naming what holds it, after the busy timeout
+  /// \throws "KODD:kodd:RepositoryBusy", naming what holds it, after the busy timeout;
+  ///         "KODD:kodd:Interrupted"
   explicit RepositoryGuard(const char* operation);
   ~RepositoryGuard();
   RepositoryGuard(const RepositoryGuard&) = delete;
