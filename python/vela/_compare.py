@@ -1,14 +1,33 @@
 """Whether two runs agree within tolerances."""
 
+from __future__ import annotations
+
 import collections
+import typing
 
 from vela import _vela
 from vela._runs import Run, _table
 
+if typing.TYPE_CHECKING:
+    import pandas
+
+AnyRun = typing.Union[Run, typing.Tuple[_vela.Repository, int]]
+Row = typing.Dict[str, typing.Any]
+
 _LINES_SHOWN = 20
 
 
-def compare(baseline, compared, *, abs=None, rel=None, time=None, align=None, signals=None, store=False):
+def compare(
+    baseline: AnyRun,
+    compared: AnyRun,
+    *,
+    abs: float | None = None,
+    rel: float | None = None,
+    time: float | None = None,
+    align: str | None = None,
+    signals: str | None = None,
+    store: bool = False,
+) -> Comparison:
     """Compares two runs signal by signal.
 
     Signals are paired by name and place. A value passes when it is as close to the baseline's as the
@@ -55,7 +74,7 @@ def compare(baseline, compared, *, abs=None, rel=None, time=None, align=None, si
     return Comparison(_name(*first), _name(*second), result)
 
 
-def _located(run, name):
+def _located(run: AnyRun, name: str) -> tuple[_vela.Repository, int]:
     """Repository and ID of a run."""
     if isinstance(run, Run):
         return run._repository, run.id
@@ -64,7 +83,7 @@ def _located(run, name):
     raise TypeError(f"compare: {name} must be a run or (vela.Repository, run ID), not {type(run).__name__}")
 
 
-def _name(repository, run_id):
+def _name(repository: _vela.Repository, run_id: int) -> str:
     return repository.getRunName(run_id)
 
 
@@ -89,32 +108,32 @@ class Comparison:
         Names of the runs.
     """
 
-    def __init__(self, baseline, compared, result):
+    def __init__(self, baseline: str, compared: str, result: dict[str, typing.Any]) -> None:
         self.baseline = baseline
         self.compared = compared
-        self.rows = result["rows"]
-        self.run_id = result["run"]
+        self.rows: list[Row] = result["rows"]
+        self.run_id: int | None = result["run"]
         self.verdict = ("within" if result["within"] else "outside") if result["compared"] else "nothing compared"
 
     @property
-    def counts(self):
+    def counts(self) -> dict[str, int]:
         """How many signals had which outcome, as a dict."""
         return dict(collections.Counter(row["outcome"] for row in self.rows))
 
-    def __bool__(self):
+    def __bool__(self) -> bool:
         return self.verdict == "within"
 
-    def to_pandas(self):
+    def to_pandas(self) -> pandas.DataFrame:
         """The rows as a `pandas.DataFrame`."""
         import pandas
 
         return pandas.DataFrame(self.rows)
 
-    def _summary(self):
+    def _summary(self) -> str:
         counts = ", ".join(f"{count} {outcome}" for outcome, count in self.counts.items())
         return f"{self.verdict}: {counts or 'no signals'}"
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         lines = [f"<vela.Comparison {self.baseline!r} against {self.compared!r}: {self._summary()}>"]
         different = [row for row in self.rows if row["outcome"] != "within"]
         lines += [f"  {row['path']}: {_words(row)}" for row in different[:_LINES_SHOWN]]
@@ -122,24 +141,24 @@ class Comparison:
             lines.append(f"  and {len(different) - _LINES_SHOWN} more")
         return "\n".join(lines)
 
-    def _repr_html_(self):
+    def _repr_html_(self) -> str:
         rows = [(row["path"], row["outcome"], *_cells(row)) for row in self.rows]
         head = ("signal", "outcome", "largest difference", "at", "tolerance", "from")
         return _table((self._summary(), *[""] * (len(head) - 1)), [head, *rows])
 
 
-def _tolerance(row):
+def _tolerance(row: Row) -> str:
     parts = [f"{name} {row[f'{name}_tol']:g}" for name in ("abs", "rel", "time") if row[f"{name}_tol"]]
     return ", ".join(parts) or "exact"
 
 
-def _cells(row):
+def _cells(row: Row) -> tuple[object, ...]:
     if row["max_difference"] is None:
         return "", "", "", ""
     return f"{row['max_difference']:g}", row["time_of_max_difference"], _tolerance(row), row["tolerance_from"]
 
 
-def _words(row):
+def _words(row: Row) -> str:
     difference, at, tolerance, origin = _cells(row)
     if not difference:
         return row["outcome"] + (f": {row['reason']}" if row["reason"] else "")

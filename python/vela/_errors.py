@@ -1,5 +1,9 @@
 """What the system refuses, as Python exceptions."""
 
+from __future__ import annotations
+
+from collections.abc import Iterable
+
 
 class Error(RuntimeError):
     """A call the repository refused or could not finish.
@@ -14,16 +18,16 @@ class Error(RuntimeError):
         What led to it, outermost first.
     """
 
-    def __init__(self, identifier, message, causes=()):
+    def __init__(self, identifier: str, message: str, causes: Iterable[Error] = ()) -> None:
         causes = tuple(causes)
         super().__init__(identifier, message, causes)
         self.identifier = identifier
         self.message = message
-        self.causes = causes
+        self.causes: tuple[Error, ...] = causes
         if causes:
             self.__cause__ = causes[0]
 
-    def __str__(self):
+    def __str__(self) -> str:
         return f"{self.identifier}: {self.message}"
 
 
@@ -52,7 +56,7 @@ _BAD_DATA_KEYS = {
 }
 
 
-def make_error(identifier, message, causes):
+def make_error(identifier: str, message: str, causes: Iterable[Error]) -> Error:
     """The exception for a message ID: the class follows from what a caller would do next."""
     key = identifier.rpartition(":")[2]
     if key.startswith("NoSuch") or key in _NOT_FOUND_KEYS:

@@ -33,7 +33,7 @@ def find_signals(repository: Repository, run_id: int, key: str) -> list[int]:
 
 def find_below(repository: Repository, parent: int, key: str, *where: str | int) -> list[int]:
     """The same for what lies directly below a signal, or satisfies `where` and has none above (0)."""
-    place = ("FK_Parent", parent, *where)
+    place: tuple[str | int, ...] = ("FK_Parent", parent, *where)
     if found := _named(repository, key, *place):
         return found
     if element := _ELEMENT.fullmatch(key):

@@ -1,5 +1,7 @@
 """A repository as a mapping of runs: the short way in, over the methods of `vela.Repository`."""
 
+from __future__ import annotations
+
 import builtins
 import collections.abc
 import errno
@@ -7,15 +9,24 @@ import html
 import io
 import numbers
 import os
+import typing
+from collections.abc import Iterable, Iterator
 
 from vela import _vela
 from vela._lookup import can_be_id, can_be_stored, candidates, find_signals
+from vela._representation import never_raising, shown_if_readable
 from vela._signals import Signal, aligned
+
+if typing.TYPE_CHECKING:
+    import pandas
+    from numpy.typing import ArrayLike
+
+Mode = typing.Literal["r", "r+", "a", "w", "x"]
 
 _MODES = ("r", "r+", "a", "w", "x")
 
 
-def open(path, mode="r"):
+def open(path: str | os.PathLike[str], mode: Mode = "r") -> RepositoryFile:
     """Opens a repository file.
 
     Parameters
@@ -53,10 +64,10 @@ def open(path, mode="r"):
     return RepositoryFile(repository, mode)
 
 
-def _empty(repository):
+def _empty(repository: _vela.Repository) -> None:
     """Removes all runs: other processes may have the file open, so it stays in its place."""
 
-    def remove_everything():
+    def remove_everything() -> None:
         repository.deleteAllRuns()
         repository.setHighestRunNumber(0)
         repository.restoreRunNameTemplate()
@@ -76,71 +87,72 @@ class RepositoryFile:
     mode : str
     """
 
-    def __init__(self, repository, mode):
+    def __init__(self, repository: _vela.Repository, mode: Mode) -> None:
         self.repository = repository
         self.mode = mode
         self.runs = Runs(self)
 
     @property
-    def path(self):
-        return self.repository.getSource()
+    def path(self) -> str:
+        return str(self.repository.getSource())
 
     @property
-    def writable(self):
+    def writable(self) -> bool:
         return self.mode != "r"
 
-    def require_writable(self):
+    def require_writable(self) -> None:
         if not self.writable:
             raise io.UnsupportedOperation(f'{self!r} is open for reading only; use mode "r+"')
 
-    def close(self):
+    def close(self) -> None:
         """Closes the file; harmless when it is closed."""
         self.repository.close()
 
-    def __enter__(self):
+    def __enter__(self) -> RepositoryFile:
         return self
 
-    def __exit__(self, *exception):
+    def __exit__(self, *exception: object) -> None:
         self.close()
 
-    def __repr__(self):
+    @never_raising
+    def __repr__(self) -> str:
         return f"<vela.RepositoryFile {self.mode!r} {self.repository!r}>"
 
-    def _repr_html_(self):
+    def _repr_html_(self) -> str | None:
         return self.runs._repr_html_()
 
 
-class Runs(collections.abc.Mapping):
+class Runs(collections.abc.Mapping[typing.Union[str, int], "Run"]):
     """The runs of a repository, in its order: names to runs.
 
     `runs[key]` takes a name, a run number or a run ID; a number wins over an ID. A name that
     several runs have is refused: use the number.
     """
 
-    def __init__(self, file):
+    def __init__(self, file: RepositoryFile) -> None:
         self._file = file
         self._repository = file.repository
 
-    def ids(self):
+    def ids(self) -> list[int]:
         """Run IDs as a list of int."""
         return [int(each) for each in self._repository.getAllRunIDs()]
 
-    def __len__(self):
+    def __len__(self) -> int:
         return len(self.ids())
 
-    def __iter__(self):
+    def __iter__(self) -> Iterator[str]:
         return iter([run.name for run in self.values()])
 
-    def values(self):
+    def values(self) -> list[Run]:  # type: ignore[override]
         return [Run(self._file, run_id) for run_id in self.ids()]
 
-    def items(self):
+    def items(self) -> list[tuple[str, Run]]:  # type: ignore[override]
         return [(run.name, run) for run in self.values()]
 
-    def __contains__(self, key):
+    def __contains__(self, key: object) -> bool:
         return bool(self._matches(key))
 
-    def __getitem__(self, key):
+    def __getitem__(self, key: str | int | Run) -> Run:
         found = self._matches(key)
         if not found:
             raise KeyError(f"{self._file!r} has no run {key!r}")
@@ -149,7 +161,7 @@ class Runs(collections.abc.Mapping):
             raise KeyError(f"several runs are called {key!r}: numbers {run_numbers}")
         return found[0]
 
-    def create(self, name):
+    def create(self, name: str) -> Run:
         """Creates a run with the next number.
 
         Returns
@@ -159,11 +171,11 @@ class Runs(collections.abc.Mapping):
         self._file.require_writable()
         return Run(self._file, self._repository.createRun(name))
 
-    def __delitem__(self, key):
+    def __delitem__(self, key: str | int | Run) -> None:
         self._file.require_writable()
         self._repository.removeRun(self[key].id)
 
-    def _matches(self, key):
+    def _matches(self, key: object) -> list[Run]:
         if isinstance(key, str):
             same = self._repository.findObjects("DataSet", "UName", key) if can_be_stored(key) else []
             return self._visible(same)
@@ -173,11 +185,11 @@ class Runs(collections.abc.Mapping):
             return self._of_number(int(key)) or self._visible([int(key)])
         return []
 
-    def _visible(self, run_ids):
+    def _visible(self, run_ids: Iterable[typing.Any]) -> list[Run]:
         wanted = {int(each) for each in run_ids}
         return [Run(self._file, run_id) for run_id in self.ids() if run_id in wanted] if wanted else []
 
-    def _of_number(self, number):
+    def _of_number(self, number: int) -> list[Run]:
         if not can_be_id(number):
             return []
         records = self._repository.findObjects("RunNumberByRunID", "RunNumber", number)
@@ -185,19 +197,21 @@ class Runs(collections.abc.Mapping):
         # A run has one record for each session that has seen it.
         return [run for run in found if run.number == number]
 
-    def _ipython_key_completions_(self):
-        return list(self)
+    def _ipython_key_completions_(self) -> list[str]:
+        return [run.name for run in self.values()]
 
-    def __repr__(self):
+    @never_raising
+    def __repr__(self) -> str:
         named = ", ".join(f"{run.number}: {run.name!r}" for run in self.values())
         return f"<vela.Runs {{{named}}}>"
 
-    def _repr_html_(self):
+    @shown_if_readable
+    def _repr_html_(self) -> str:
         rows = [(run.id, run.number, run.name, run.date, len(run)) for run in self.values()]
         return _table(("ID", "number", "name", "created", "signals"), rows)
 
 
-class Run(collections.abc.Mapping):
+class Run(collections.abc.Mapping[str, Signal]):
     """One run: the names of its signals to the signals.
 
     What lies below a signal is reached through it, or by its path: of a matrix `run["m"]` one
@@ -206,45 +220,69 @@ class Run(collections.abc.Mapping):
     before others of its name.
     """
 
-    def __init__(self, file, run_id):
+    def __init__(self, file: RepositoryFile, run_id: int) -> None:
         self._file = file
         self._repository = file.repository
         self.id = run_id
 
-    name = property(lambda self: self._repository.getRunName(self.id))
-    number = property(lambda self: self._repository.getRunNumber(self.id))
-    description = property(lambda self: self._repository.getRunDescription(self.id))
-    tag = property(lambda self: self._repository.getRunTag(self.id))
-    model = property(lambda self: self._repository.getRunModel(self.id))
-    start = property(lambda self: self._repository.getRunStartTime(self.id))
-    stop = property(lambda self: self._repository.getRunStopTime(self.id))
-    date = property(lambda self: self._repository.getDateCreatedString(self.id))
+    @property
+    def name(self) -> str:
+        return self._repository.getRunName(self.id)
 
-    def signal_ids(self):
+    @property
+    def number(self) -> int:
+        return self._repository.getRunNumber(self.id)
+
+    @property
+    def description(self) -> str:
+        return self._repository.getRunDescription(self.id)
+
+    @property
+    def tag(self) -> str:
+        return self._repository.getRunTag(self.id)
+
+    @property
+    def model(self) -> str:
+        return self._repository.getRunModel(self.id)
+
+    @property
+    def start(self) -> float:
+        return self._repository.getRunStartTime(self.id)
+
+    @property
+    def stop(self) -> float:
+        return self._repository.getRunStopTime(self.id)
+
+    @property
+    def date(self) -> str:
+        return self._repository.getDateCreatedString(self.id)
+
+
+    def signal_ids(self) -> list[int]:
         """IDs of all signals, those below others too, as a list of int."""
         return [int(each) for each in self._repository.getAllSignalIDs(self.id)]
 
-    def __len__(self):
+    def __len__(self) -> int:
         return len(self._top())
 
-    def __iter__(self):
+    def __iter__(self) -> Iterator[str]:
         return iter([name for name, _ in self.items()])
 
-    def values(self):
+    def values(self) -> list[Signal]:  # type: ignore[override]
         """The signals that are below no other."""
         return [Signal(self._file, signal_id) for signal_id in self._top()]
 
-    def items(self):
+    def items(self) -> list[tuple[str, Signal]]:  # type: ignore[override]
         signals = self.values()
         names = [signal.name for signal in signals]
         often = {name for name, count in collections.Counter(names).items() if count > 1}
         # Only elements can share a name and still be told apart.
         return [(signal.label if name in often else name, signal) for name, signal in zip(names, signals)]
 
-    def __contains__(self, key):
+    def __contains__(self, key: object) -> bool:
         return bool(self._matches(key))
 
-    def __getitem__(self, key):
+    def __getitem__(self, key: str | int | Signal) -> Signal:
         found = self._matches(key)
         if not found:
             raise KeyError(f"run {self.name!r} has no signal {key!r}")
@@ -254,7 +292,16 @@ class Run(collections.abc.Mapping):
                 f"several signals of run {self.name!r} are called {key!r}; take one by ID or path: {listed}")
         return Signal(self._file, found[0])
 
-    def add(self, name, times, values, unit="", interpolation=None, description=None, parent=None):
+    def add(
+        self,
+        name: str,
+        times: ArrayLike,
+        values: typing.Any,
+        unit: str = "",
+        interpolation: str | None = None,
+        description: str | None = None,
+        parent: Signal | None = None,
+    ) -> Signal:
         """Adds a signal with its samples.
 
         Parameters
@@ -277,7 +324,7 @@ class Run(collections.abc.Mapping):
         """
         self._file.require_writable()
         metadata = None if description is None else {"description": description}
-        further = []
+        further: list[typing.Any] = []
         if parent is not None or interpolation is not None:
             further.append(None if parent is None else parent.id)
         if interpolation is not None:
@@ -305,7 +352,7 @@ class Run(collections.abc.Mapping):
         )
         return Signal(self._file, signal_id)
 
-    def to_pandas(self, raster=None):
+    def to_pandas(self, raster: ArrayLike | None = None) -> pandas.DataFrame:
         """The signals and elements as the columns of a `pandas.DataFrame`, its index the times.
 
         Parameters
@@ -323,10 +370,10 @@ class Run(collections.abc.Mapping):
         leaves = self._repository.getAllSignalIDs(self.id, "leaf")
         return aligned([Signal(self._file, int(each)) for each in leaves], raster)
 
-    def _top(self):
+    def _top(self) -> list[int]:
         return [int(each) for each in self._repository.getAllSignalIDs(self.id, "top")]
 
-    def _matches(self, key):
+    def _matches(self, key: object) -> list[int]:
         """IDs of the signals the key fits."""
         if isinstance(key, str):
             return find_signals(self._repository, self.id, key)
@@ -336,31 +383,33 @@ class Run(collections.abc.Mapping):
             return [int(key)] if self._has_signal(int(key)) else []
         return []
 
-    def _has_signal(self, signal_id):
+    def _has_signal(self, signal_id: int) -> bool:
         is_signal = can_be_id(signal_id) and self._repository.isValidSignal(signal_id)
         return bool(is_signal) and self._repository.getSignalRunID(signal_id) == self.id
 
-    def _ipython_key_completions_(self):
+    def _ipython_key_completions_(self) -> list[str]:
         return list(self)
 
-    def __eq__(self, other):
+    def __eq__(self, other: object) -> bool:
         if not isinstance(other, Run):
             return NotImplemented
         return self.id == other.id and self._repository is other._repository
 
-    def __hash__(self):
+    def __hash__(self) -> int:
         return hash((self.id, id(self._repository)))
 
-    def __repr__(self):
+    @never_raising
+    def __repr__(self) -> str:
         return f"<vela.Run {self.number}: {self.name!r}, {len(self)} signals>"
 
-    def _repr_html_(self):
+    @shown_if_readable
+    def _repr_html_(self) -> str:
         rows = [(signal.id, signal.name, signal.unit, signal.type) for signal in self.values()]
         return _table(("ID", "name", "unit", "type"), rows)
 
 
-def _table(head, rows):
-    def line(cells, tag):
+def _table(head: Iterable[object], rows: Iterable[Iterable[object]]) -> str:
+    def line(cells: Iterable[object], tag: str) -> str:
         return "<tr>" + "".join(f"<{tag}>{html.escape(str(cell))}</{tag}>" for cell in cells) + "</tr>"
 
     body = "".join(line(row, "td") for row in rows)

@@ -1,19 +1,25 @@
 """Values the host knows and numpy does not: enumerations and fixed-point numbers."""
 
+from __future__ import annotations
+
 import enum
 import functools
 import re
+import typing
 
 import numpy as np
 
+if typing.TYPE_CHECKING:
+    from numpy.typing import ArrayLike, DTypeLike
+
 
 @functools.lru_cache(maxsize=None)
-def enumeration_class(name, members):
+def enumeration_class(name: str, members: tuple[tuple[str, int], ...]) -> typing.Any:
     """The class of a definition: one for each name and tuple of (label, value) pairs."""
     return enum.IntEnum(name, members)
 
 
-def enumeration_members(samples, labels, class_name, values):
+def enumeration_members(samples: ArrayLike, labels: list[str], class_name: str, values: ArrayLike) -> np.ndarray:
     """An object array, shaped like `samples`, of members of the class so defined."""
     members = tuple(zip(labels, (int(value) for value in np.atleast_1d(values))))
     cls = enumeration_class(class_name, members)
@@ -48,7 +54,15 @@ class FixedPoint(np.lib.mixins.NDArrayOperatorsMixin):
 
     __slots__ = ("_values", "signed", "wordLength", "fractionLength", "slope", "bias")
 
-    def __init__(self, values, signed=True, wordLength=16, fractionLength=None, slope=None, bias=0.0):
+    def __init__(
+        self,
+        values: ArrayLike,
+        signed: bool = True,
+        wordLength: int = 16,
+        fractionLength: int | None = None,
+        slope: float | None = None,
+        bias: float = 0.0,
+    ) -> None:
         if (fractionLength is None) == (slope is None):
             raise TypeError("FixedPoint: give either fractionLength or slope")
         if fractionLength is not None and bias:
@@ -57,39 +71,41 @@ class FixedPoint(np.lib.mixins.NDArrayOperatorsMixin):
         self.signed = bool(signed)
         self.wordLength = int(wordLength)
         self.fractionLength = None if fractionLength is None else int(fractionLength)
-        self.slope = 2.0**-self.fractionLength if slope is None else float(slope)
+        self.slope = float(slope) if slope is not None else 2.0 ** -(self.fractionLength or 0)
         self.bias = float(bias)
 
-    def __array__(self, dtype=None):
+    def __array__(self, dtype: DTypeLike = None) -> np.ndarray:
         return self._values.astype(np.float64 if dtype is None else dtype)
 
-    def __array_ufunc__(self, ufunc, method, *inputs, **keywords):
+    def __array_ufunc__(
+        self, ufunc: np.ufunc, method: str, *inputs: typing.Any, **keywords: typing.Any
+    ) -> typing.Any:
         plain = [np.asarray(each) if isinstance(each, FixedPoint) else each for each in inputs]
         return getattr(ufunc, method)(*plain, **keywords)
 
-    def __len__(self):
+    def __len__(self) -> int:
         return len(self._values)
 
-    def __getitem__(self, index):
+    def __getitem__(self, index: typing.Any) -> typing.Any:
         return self._values[index]
 
     @property
-    def shape(self):
+    def shape(self) -> tuple[int, ...]:
         return self._values.shape
 
     @property
-    def ndim(self):
+    def ndim(self) -> int:
         return self._values.ndim
 
     @property
-    def size(self):
+    def size(self) -> int:
         return self._values.size
 
     @property
-    def dtype(self):
+    def dtype(self) -> np.dtype[typing.Any]:
         return self._values.dtype
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         scale = (
             f"slope={self.slope!r}, bias={self.bias!r}"
             if self.fractionLength is None
@@ -101,7 +117,7 @@ class FixedPoint(np.lib.mixins.NDArrayOperatorsMixin):
 _FIXED_POINT_TYPE = re.compile(r"(?P<sign>[su])fix(?P<bits>\d+)(_E(?P<right>n?)(?P<length>\d+))?")
 
 
-def fixed_point_values(metadata, values):
+def fixed_point_values(metadata: dict[str, typing.Any], values: ArrayLike) -> FixedPoint:
     """`FixedPoint` of real-world values; `metadata` has "TypeName", "Slope" and "Bias"."""
     name = _FIXED_POINT_TYPE.fullmatch(metadata["TypeName"])
     if not name:

@@ -5,10 +5,15 @@ Names in use: "Korvo.vela.Engine.getPrefOptions", "version",
 and "Korvo.vela.createFiObjectFromMetadataAndRealWorldValues".
 """
 
+from __future__ import annotations
+
+from collections.abc import Callable
+from typing import Any
+
 from vela import _vela
 
 
-def register(name, function):
+def register(name: str, function: Callable[..., Any] | None) -> Callable[..., Any] | None:
     """Sets the function of that name.
 
     Parameters

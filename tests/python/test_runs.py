@@ -81,6 +81,28 @@ def test_representations_tell_what_is_there(file):
     assert str(file.path) in repr(file)
 
 
+def test_representations_never_raise(file):
+    run = file.runs.create("r")
+    signal, gone = run.add("s", [0], [1.0]), run.add("gone", [0], [1.0])
+    file.repository.remove(gone.id)
+    assert repr(gone) == f"<vela.Signal {gone.id} removed>"
+    file.close()
+    assert repr(signal) == f"<vela.Signal {signal.id} closed>" and repr(run) == f"<vela.Run {run.id} closed>"
+    assert repr(file.runs) == "<vela.Runs closed>" and "closed" in repr(file)
+    assert file._repr_html_() is file.runs._repr_html_() is run._repr_html_() is None
+
+
+@pytest.mark.parametrize("values", [np.arange(3.0), np.arange(12).reshape(3, 2, 2), np.arange(3) * 1j])
+def test_signals_are_arrays_with_a_length(file, values):
+    run = file.runs.create("r")
+    signal = run.add("s", [0, 1, 2], values)
+    assert np.array_equal(np.asarray(signal), values) and len(signal) == 3
+    assert np.asarray(signal, dtype=complex).dtype == complex and np.sum(signal) == values.sum()
+    signal.rewind(-1)
+    assert len(signal) == 0 and signal
+    assert file.runs._ipython_key_completions_() == ["r"] and run._ipython_key_completions_() == ["s"]
+
+
 def test_signals_are_added_read_cut_and_extended(file):
     run = file.runs.create("drive")
     speed = run.add("speed", [0, 1, 2], [1.5, 2.5, 3.5], unit="m/s", interpolation="linear")
