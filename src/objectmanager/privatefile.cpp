@@ -4,8 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <string_view>
 #include <system_error>
 
@@ -41,27 +44,68 @@ bool isOldFileOfOurs(const std::string& path) {
          std::time(nullptr) - status.st_mtim.tv_sec > kGraceSeconds;
 }
 
+void deleteFiles(const std::string& location) noexcept {
+  try {
+    sqldb::removeFile(location);
+    fs::remove(location + "-lock");
+  } catch (const std::exception&) {
+    // The sweep of a later process finds it.
+  }
+}
+
+/// The private files of this process, of which exit() leaves none behind.
+class FilesOfProcess {
+ public:
+  static FilesOfProcess& instance() {
+    // Leaked on purpose: managers with static storage may outlive any destructor here.
+    static FilesOfProcess* const files = [] {
+      std::atexit([] { instance().deleteAll(); });
+      return new FilesOfProcess;
+    }();
+    return *files;
+  }
+  void add(const std::string& location) {
+    const std::lock_guard guard(mutex_);
+    owners_[location] = getpid();
+  }
+  void remove(const std::string& location) noexcept {
+    const std::lock_guard guard(mutex_);
+    owners_.erase(location);
+  }
+
+ private:
+  void deleteAll() noexcept {
+    // A thread that the end of the process stops may hold it for ever.
+    const std::unique_lock guard(mutex_, std::try_to_lock);
+    if (!guard) return;
+    for (const auto& [location, owner] : owners_) {
+      if (owner == getpid()) deleteFiles(location);
+    }
+  }
+
+  std::mutex mutex_;
+  std::map<std::string, pid_t> owners_;
+};
+
 }  // namespace
 
 PrivateFile::PrivateFile() : owner_(getpid()) {
   sweepPrivateFiles();
   location_ = host::reserveTemporaryName(kPrefix, kExtension).string();
+  FilesOfProcess::instance().add(location_);
   presence_ = std::make_unique<sqldb::Presence>(location_);
 }
 
 PrivateFile::~PrivateFile() {
   remove();
+  // Not before: a manager may have made the file again.
+  FilesOfProcess::instance().remove(location_);
 }
 
 void PrivateFile::remove() noexcept {
   if (owner_ != getpid()) return;
   presence_.reset();
-  try {
-    sqldb::removeFile(location_);
-    fs::remove(location_ + "-lock");
-  } catch (const std::exception&) {
-    // The sweep of a later process finds it.
-  }
+  deleteFiles(location_);
 }
 
 void sweepPrivateFiles() noexcept {

@@ -10,8 +10,8 @@
 
 namespace vela {
 
-/// A repository file reserved in the temporary directory under a name that no person gives. A
-/// forked child leaves it to the process it was forked from.
+/// A repository file reserved in the temporary directory under a name that no person gives;
+/// exit() removes it too. A forked child leaves it to the process it was forked from.
 class PrivateFile {
  public:
   /// Removes what killed processes have left, then reserves a file.

@@ -86,6 +86,17 @@ TEST_F(PrivateFileTest, AReservedFileStaysAsLongAsItsManagerLives) {
   EXPECT_EQ(names(), reserved);
 }
 
+TEST_F(PrivateFileTest, ExitLeavesNoneBehind) {
+  EXPECT_EXIT(
+      {
+        auto* const neverDestroyed = new ObjectManager;
+        neverDestroyed->initializeObjectManager("", "");
+        std::exit(neverDestroyed->isOpen() ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+  EXPECT_THAT(names(), IsEmpty());
+}
+
 TEST_F(PrivateFileTest, FilesOfOthersStay) {
   const std::set<std::string> others = {"velacharts.dmr", "vela-private-abcde.dmr",
                                         "vela-private-abc_ef.dmr",
