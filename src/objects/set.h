@@ -316,7 +316,7 @@ class Set : public ORM {
   /// \returns how many runs there were
   static int removeClosedInstances(ObjectManager& manager, bool giveSpaceBack);
   /// Whether no other process has the repository open and nothing in it is this instance's:
-  /// neither a run that is not marked for deletion nor a test suite. Runs of closed instances
+  /// neither a run that is not marked for deletion, nor a test suite or a stream. Runs of closed instances
   /// do not count.
   static bool repositoryIsEmpty(ObjectManager& manager);
 

@@ -199,7 +199,10 @@ bool Set::repositoryIsEmpty(ObjectManager& manager) {
   const bool hasRuns = countObjects(manager, strings::DataSet,
                                     {equals(strings::MarkedForDelete, 0),
                                      equals(strings::InstanceID, manager.getInstanceID())}) > 0;
-  if (hasRuns || countObjects(manager, strings::QRVTestSuite, {}) > 0) return false;
+  if (hasRuns || countObjects(manager, strings::QRVTestSuite, {}) > 0 ||
+      countObjects(manager, strings::YarrowSignals, {}) > 0) {
+    return false;
+  }
   return countObjects(manager, strings::InstanceID, {equals(strings::IsClosed, 0)}) < 2;
 }
 

@@ -273,8 +273,11 @@ TEST_F(ImportTest, TheRepositoryIsEmptyWhenNobodyElseLivesAndNothingOfOursIsLeft
     EXPECT_FALSE(Set::repositoryIsEmpty(*manager_));
   }
   EXPECT_TRUE(Set::repositoryIsEmpty(*manager_));
-  create(strings::QRVTestSuite);
-  EXPECT_FALSE(Set::repositoryIsEmpty(*manager_));
+  for (const std::string& kept : {strings::YarrowSignals, strings::QRVTestSuite}) {
+    const int id = create(kept)->getObjectID();
+    EXPECT_FALSE(Set::repositoryIsEmpty(*manager_)) << kept;
+    manager_->removeObject(id, kept);
+  }
 }
 
 }  // namespace
