@@ -248,7 +248,13 @@ VelaInstance::Entry& VelaInstance::entryFor(const std::string& schemaPath, bool 
   Entry& entry = managers_[schemaPath];
   if (!entry.manager) {
     auto manager = std::make_unique<ObjectManager>();
-    if (isDefault && mayUsePersistentFile()) manager->setLocationToPersistentDMR();
+    if (isDefault && isSharedWanted()) {
+      if (isSharedUsable()) {
+        manager->setLocationToPersistentDMR();
+      } else {
+        manager->noteSharedFileUnusable();
+      }
+    }
     manager->setInstanceID(instanceID_);
     entry.manager = std::move(manager);
   }
@@ -263,7 +269,8 @@ void VelaInstance::open(Entry& entry, const std::string& schemaPath,
     bool& flag_;
   } opening(entry.opening);
   entry.manager->initializeObjectManager(schemaPath, packageName);
-  entry.ready = true;
+  // What could not be opened is tried again when it is next asked for.
+  entry.ready = entry.manager->isOpen();
 }
 
 std::vector<VelaInstance::Entry*> VelaInstance::readyEntries() {
@@ -275,11 +282,14 @@ std::vector<VelaInstance::Entry*> VelaInstance::readyEntries() {
   return ready;
 }
 
-bool VelaInstance::mayUsePersistentFile() const {
+bool VelaInstance::isSharedWanted() {
   const int feature = persistentDMR.value();
-  if (feature < 1) return false;
-  if (feature > 1) return ObjectManager::isPersistentDMRWritable();
-  return !isBatchJob() && persistentFileWritable_;
+  return feature > 1 || (feature == 1 && !isBatchJob());
+}
+
+bool VelaInstance::isSharedUsable() const {
+  return persistentDMR.value() > 1 ? ObjectManager::isPersistentDMRWritable()
+                                   : persistentFileWritable_;
 }
 
 }  // namespace vela

@@ -38,7 +38,10 @@ class VelaInstance {
   ///
   /// \param schemaPath   empty: the default schema, the only one that uses the shared file
   /// \param packageName  package under which the classes are named; empty: the default
-  /// \throws what ObjectManager::initializeObjectManager raises; the next call tries again
+  /// \returns an unopened one, which reports why at its first use, when the file cannot be
+  /// opened;
+  ///          the next call then tries again, once
+  /// \throws what ObjectManager::initializeObjectManager raises
   ObjectManager& getObjectManager(const std::string& schemaPath,
                                   const std::string& packageName);
   /// The manager of a schema that is open; null when there is none. Opens nothing.
@@ -85,7 +88,8 @@ class VelaInstance {
   Entry& entryFor(const std::string& schemaPath, bool isDefault);
   static void open(Entry& entry, const std::string& schemaPath, const std::string& packageName);
   std::vector<Entry*> readyEntries();
-  bool mayUsePersistentFile() const;
+  static bool isSharedWanted();
+  bool isSharedUsable() const;
 
   const std::string defaultSchemaPath_;
   const bool persistentFileWritable_;

@@ -45,6 +45,10 @@ class DataModelRepository {
     sqldb::Durability durability = sqldb::Durability::fast;
     std::chrono::milliseconds busyTimeout{30'000};
     bool createIfAbsent = true;
+    /// Opened for reading, a file whose schema lacks something is refused ("ReadOnly"), and so
+    /// is every change.
+    sqldb::FileAccess access = sqldb::FileAccess::write;
+    bool followLink = true;
   };
 
   /// Opens or creates the repository. Classes, properties and indexes that the stored schema

@@ -253,6 +253,14 @@ void create(sqldb::Database& database, const Metamodel& model, const std::string
   unit.commit();
 }
 
+void refuseToExtend(const sqldb::Database& database) {
+  if (!database.isReadOnly()) return;
+  kodiag::raise({"KODD:kodd", "ReadOnly"},
+                {{"Operation", "open"},
+                 {"Location", database.location()},
+                 {"Reason", "it lacks a part of the schema; open it once for writing"}});
+}
+
 void refuseForeignFormat(sqldb::Database& database, const std::string& schemaFile) {
   const int version = formatVersion(database);
   if (version != kFormatVersion) {
@@ -296,13 +304,17 @@ StoredSchema StoredSchema::read(sqldb::Database& database) {
 
 std::shared_ptr<const Layout> prepareSchema(sqldb::Database& database, const Metamodel& model,
                                             const std::string& schemaFile) {
-  if (formatVersion(database) == 0) create(database, model, schemaFile);
+  if (formatVersion(database) == 0) {
+    refuseToExtend(database);
+    create(database, model, schemaFile);
+  }
   refuseForeignFormat(database, schemaFile);
   if (metaValue(database, "CreatedWith") == model.fingerprint()) {
     return {std::shared_ptr<const void>(), &Layout::positional(model)};
   }
   std::optional<SchemaUpdate> update(std::in_place, database, model, schemaFile);
   if (!update->isComplete()) {
+    refuseToExtend(database);
     sqldb::Unit unit(database, sqldb::Database::Access::write, "extend the schema");
     update.emplace(database, model, schemaFile);  // another process may have been faster
     if (!update->isComplete()) update->apply();

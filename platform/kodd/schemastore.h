@@ -40,7 +40,8 @@ struct StoredSchema {
 /// with this very schema costs three short statements.
 ///
 /// \returns the layout; shared with other files where it is the one of new files
-/// \throws "KODD:kodd:SchemaError" when a stored property has another kind or the file is of a
+/// \throws "KODD:kodd:ReadOnly" when something is missing in a file opened for reading,
+///         "KODD:kodd:SchemaError" when a stored property has another kind or the file is of a
 ///         newer format, "sqldb:ssdb:Corrupt" when the catalogue is damaged
 std::shared_ptr<const Layout> prepareSchema(sqldb::Database& database, const Metamodel& model,
                                             const std::string& schemaFile);

@@ -181,6 +181,8 @@ void Session::open(const std::string& file, const std::string& schemaFile,
   databaseOptions.durability = options.durability;
   databaseOptions.busyTimeout = options.busyTimeout;
   databaseOptions.createIfAbsent = options.createIfAbsent;
+  databaseOptions.access = options.access;
+  databaseOptions.followLink = options.followLink;
   auto database = std::make_unique<sqldb::Database>(file, databaseOptions);
   database->setTraceCallback(hooks_.trace);
   database->setProfileCallback(hooks_.profile);
@@ -188,6 +190,7 @@ void Session::open(const std::string& file, const std::string& schemaFile,
   ids_.emplace([this]() -> sqldb::Database& { return this->database("give an ID"); }, *layout_);
   busyTimeout_ = options.busyTimeout;
   forkGeneration_ = sqldb::forkGeneration();
+  isReadOnly_ = options.access == sqldb::FileAccess::read;
   allowsSeveral_ = database->allowsSeveral();
   lock_ = database->lock();
   SessionLink& main = links_.front();
@@ -246,6 +249,7 @@ std::shared_ptr<sqldb::RepositoryLock> Session::lockIfOpen() {
 }
 
 std::shared_ptr<sqldb::RepositoryLock> Session::takeTurn(std::string_view operation) {
+  if (isReadOnly_) return nullptr;
   std::shared_ptr<sqldb::RepositoryLock> lock = lockIfOpen();
   if (lock) lock->acquireWrite(operation, busyTimeout_);
   return lock;

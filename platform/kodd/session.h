@@ -134,7 +134,8 @@ class Session final : public std::enable_shared_from_this<Session> {
   sqldb::Database* mainDatabase();
 
   /// The turn to write for this thread, around units; nested turns count. Given back by
-  /// releaseWrite(). \returns nothing when the session is not open  \throws "RepositoryBusy"
+  /// releaseWrite(). \returns nothing when the session is not open, or open only for reading
+  /// \throws "RepositoryBusy"
   std::shared_ptr<sqldb::RepositoryLock> takeTurn(std::string_view operation);
 
   /// Number of open units of this thread.
@@ -236,6 +237,7 @@ class Session final : public std::enable_shared_from_this<Session> {
   std::shared_ptr<const Layout> layout_;
   std::optional<IdAllocator> ids_;
   bool allowsSeveral_ = false;
+  bool isReadOnly_ = false;
   std::atomic<bool> isOpen_{false};
 
   mutable std::array<SessionLink, kMost> links_;  ///< the first one is the main connection

@@ -33,7 +33,7 @@ def open(path: str | os.PathLike[str], mode: Mode = "r") -> RepositoryFile:
     ----------
     path : str or os.PathLike
     mode : {"r", "r+", "a", "w", "x"}
-        "r" reads an existing file, "r+" changes one, "a" creates it where it is missing, "w" empties
+        "r" reads an existing file and never writes into it, "r+" changes one, "a" creates it where it is missing, "w" empties
         it, "x" insists on creating it.
 
     Returns
@@ -58,7 +58,7 @@ def open(path: str | os.PathLike[str], mode: Mode = "r") -> RepositoryFile:
     if mode == "x":
         # An empty file is an empty repository, and the kernel lets only one process make it.
         builtins.open(path, "x").close()
-    repository = _vela.Repository(path)
+    repository = _vela.Repository(path, mode == "r")
     if mode == "w":
         _empty(repository)
     return RepositoryFile(repository, mode)

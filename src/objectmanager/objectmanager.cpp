@@ -35,8 +35,8 @@ void requireOpen(ObjectManager& manager) {
 
 ObjectManager::ObjectManager() : impl_(std::make_unique<ObjectManagerImpl>(*this)) {}
 
-ObjectManager::ObjectManager(const std::wstring& location)
-    : impl_(std::make_unique<ObjectManagerImpl>(*this, location)) {}
+ObjectManager::ObjectManager(const std::wstring& location, Access access)
+    : impl_(std::make_unique<ObjectManagerImpl>(*this, location, access)) {}
 
 ObjectManager::~ObjectManager() = default;
 
@@ -59,6 +59,10 @@ bool ObjectManager::isOpen() const {
   return impl_->repository().isOpen();
 }
 
+bool ObjectManager::isReadOnly() const {
+  return impl_->isReadOnly();
+}
+
 std::uint64_t ObjectManager::compact() {
   requireOpen(*this);
   diagnostics diag;
@@ -77,6 +81,10 @@ void ObjectManager::checkFile(const std::wstring& location, diagnostics& diag) {
 
 const diagnostics& ObjectManager::getOpeningNotices() const {
   return impl_->openingNotices();
+}
+
+void ObjectManager::noteSharedFileUnusable() {
+  impl_->noteSharedFileUnusable();
 }
 
 std::wstring ObjectManager::getDatabaseLocation() const {

@@ -52,17 +52,22 @@ class ObjectManager {
   /// A private repository: a fresh temporary name ending in ".dmr", removed with its side files
   /// when the manager is disconnected or destroyed. Nothing is opened.
   ObjectManager();
+  using Access = sqldb::FileAccess;
   /// The repository at that path. Nothing is opened.
-  explicit ObjectManager(const std::wstring& location);
+  ///
+  /// For reading, nothing is ever written: every change is refused ("KODD:kodd:ReadOnly"), this
+  /// instance is not recorded, and a file is enough that may only be read.
+  explicit ObjectManager(const std::wstring& location, Access access = Access::write);
   /// Disconnects.
   ~ObjectManager();
   ObjectManager(const ObjectManager&) = delete;
   ObjectManager& operator=(const ObjectManager&) = delete;
 
-  /// Opens the store and prepares the package: up to ten attempts, 500 ms apart; for the shared
-  /// file under the machine-wide creation lock. Raises nothing when the file cannot be opened:
-  /// the first use then reports "RepositoryNotOpen" with the reason. Called again, closes and
-  /// opens anew; refused inside a unit of work ("TransactionActive").
+  /// Opens the store and prepares the package: up to ten attempts, 500 ms apart, but one when
+  /// the last call has failed; for the shared file under the machine-wide creation lock. Raises
+  /// nothing when the file cannot be opened: the first use then reports "RepositoryNotOpen"
+  /// with the reason. Called again, closes and opens anew; refused inside a unit of work
+  /// ("TransactionActive").
   ///
   /// \param schemaFile   empty: the default, getSchemaPath("")
   /// \param packageName  empty: "vela"
@@ -73,6 +78,7 @@ class ObjectManager {
   /// closes it.
   void disconnect();
   bool isOpen() const;
+  bool isReadOnly() const;
   /// Gives all unused space of the file back to the disk and empties the log beside it. Refused
   /// inside a unit of work ("TransactionActive").
   /// \returns by how many bytes file and log became shorter; what readers keep in the log stays
@@ -80,9 +86,13 @@ class ObjectManager {
   /// Looks at a file without changing it: whether it may be opened as a repository (or is
   /// absent).
   static void checkFile(const std::wstring& location, kodiag::util::diagnostics& diag);
-  /// What the last opening has to tell: that a damaged shared file was set aside and where, or
-  /// that this instance could not be recorded. Empty after an ordinary one.
+  /// What the last opening has to tell: that a damaged shared file was set aside and where,
+  /// that the shared file cannot be used, or that this instance could not be recorded. Empty
+  /// after an ordinary one.
   const kodiag::util::diagnostics& getOpeningNotices() const;
+  /// Adds to what every opening has to tell that this manager takes the place of the shared
+  /// file, and why.
+  void noteSharedFileUnusable();
 
   std::wstring getDatabaseLocation() const;
   void setLocationToPersistentDMR();

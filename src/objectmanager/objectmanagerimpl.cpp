@@ -49,8 +49,12 @@ ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner)
   location_ = text::toWide(privateFile_->location());
 }
 
-ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner, std::wstring location)
-    : owner_(owner), location_(std::move(location)), workSerial_(nextWorkSerial()) {}
+ObjectManagerImpl::ObjectManagerImpl(ObjectManager& owner, std::wstring location,
+                                     ObjectManager::Access access)
+    : owner_(owner),
+      location_(std::move(location)),
+      access_(access),
+      workSerial_(nextWorkSerial()) {}
 
 ObjectManagerImpl::~ObjectManagerImpl() {
   dropWork();
@@ -88,20 +92,33 @@ void ObjectManagerImpl::initialize(const std::string& schemaFile,
   passSettings();
   dbtrace::install(repository_);
   preparePackage(packageName);
-  recordInstance();
+  if (!isReadOnly()) recordInstance();
 }
 
 void ObjectManagerImpl::openStore(const std::string& schemaFile) {
   const std::string schema = schemaFile.empty() ? ObjectManager::getSchemaPath("") : schemaFile;
-  const opening::Request request{location_, text::toWide(schema),
-                                 opening::optionsFromEnvironment()};
-  openingNotices_.clear();
-  if (location_ != persistentdmr::path() || persistentdmr::wasOpened()) {
+  opening::Request request{location_, text::toWide(schema), opening::optionsFromEnvironment()};
+  request.options.access = access_;
+  // Everybody may make links in the folder of the shared file.
+  request.options.followLink = location_ != persistentdmr::path();
+  if (hasFailedToOpen_) request.attempts = 1;
+  openingNotices_ = standingNotices_;
+  if (isReadOnly() || location_ != persistentdmr::path() || persistentdmr::wasOpened()) {
     opening::openDirectly(repository_, request);
   } else {
-    openingNotices_ = opening::openShared(repository_, request);
+    openingNotices_.append(opening::openShared(repository_, request));
     persistentdmr::noteOpened();
   }
+  hasFailedToOpen_ = !repository_.isOpen();
+}
+
+void ObjectManagerImpl::noteSharedFileUnusable() {
+  standingNotices_.add({{"nexstore:nex", "SharedFileUnusable"},
+                        {{"Location", text::toUtf8(persistentdmr::path())},
+                         {"Reason", persistentdmr::unusableReason()},
+                         {"Instead", text::toUtf8(location_)}},
+                        {},
+                        nullptr});
 }
 
 void ObjectManagerImpl::passSettings() {
@@ -171,7 +188,7 @@ void ObjectManagerImpl::setLocationToPersistentDMR() {
 void ObjectManagerImpl::setInstanceID(long long id) {
   const RepositoryGuard lock("setInstanceID");
   const long long former = std::exchange(instanceID_, id);
-  if (former == id || !repository_.isOpen()) return;
+  if (former == id || !repository_.isOpen() || isReadOnly()) return;
   instancerecords::abandon(owner_, former);
   if (id != 0) instancerecords::ensure(owner_);
 }

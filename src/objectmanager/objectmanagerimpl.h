@@ -27,7 +27,7 @@ class ObjectManagerImpl {
  public:
   /// A private repository.
   explicit ObjectManagerImpl(ObjectManager& owner);
-  ObjectManagerImpl(ObjectManager& owner, std::wstring location);
+  ObjectManagerImpl(ObjectManager& owner, std::wstring location, ObjectManager::Access access);
   ~ObjectManagerImpl();
 
   void initialize(const std::string& schemaFile, const std::string& packageName);
@@ -35,9 +35,12 @@ class ObjectManagerImpl {
   kodd::DataModelRepository& repository() { return repository_; }
   const kodd::DataModelRepository& repository() const { return repository_; }
 
+  bool isReadOnly() const { return access_ == ObjectManager::Access::read; }
+
   const std::wstring& location() const { return location_; }
   void setLocationToPersistentDMR();
   const kodiag::util::diagnostics& openingNotices() const { return openingNotices_; }
+  void noteSharedFileUnusable();
 
   long long instanceID() const { return instanceID_; }
   void setInstanceID(long long id);
@@ -117,8 +120,11 @@ class ObjectManagerImpl {
   kodd::DataModelRepository repository_;
   ObjectManager& owner_;
   std::wstring location_;
+  ObjectManager::Access access_ = ObjectManager::Access::write;
   std::optional<PrivateFile> privateFile_;
+  kodiag::util::diagnostics standingNotices_;
   kodiag::util::diagnostics openingNotices_;
+  bool hasFailedToOpen_ = false;
   long long instanceID_ = 0;
   kodd::MetamodelRef metamodel_;
   kodd::PackageRef package_;

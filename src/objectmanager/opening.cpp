@@ -20,7 +20,6 @@ namespace {
 
 using kodiag::util::diagnostics;
 
-constexpr int kAttempts = 10;
 constexpr auto kPauseAfterFailure = std::chrono::milliseconds(500);
 /// How long a pause may last without looking whether the call should stop.
 constexpr auto kNap = std::chrono::milliseconds(50);
@@ -41,7 +40,8 @@ bool isBeyondRepair(const diagnostics& failure) {
 
 // Somebody else's file does not become a repository by waiting.
 bool isHopeless(const diagnostics& failure) {
-  return isBeyondRepair(failure) || failedWith(failure, "KODD:kodd:NotARepository");
+  return isBeyondRepair(failure) || failedWith(failure, "KODD:kodd:NotARepository") ||
+         failedWith(failure, "KODD:kodd:ReadOnly");
 }
 
 void pauseAfterFailure() {
@@ -55,9 +55,10 @@ using Attempt = std::function<void(diagnostics&)>;
 
 /// \returns nothing when an attempt succeeded, else what the last one left
 /// \throws "KODD:kodd:Interrupted"
-diagnostics attemptRepeatedly(const Attempt& attempt, bool (*giveUp)(const diagnostics&)) {
+diagnostics attemptRepeatedly(int attempts, const Attempt& attempt,
+                              bool (*giveUp)(const diagnostics&)) {
   diagnostics failure;
-  for (int i = 0; i < kAttempts; ++i) {
+  for (int i = 0; i < attempts; ++i) {
     failure.clear();
     attempt(failure);
     if (failedWith(failure, "KODD:kodd:Interrupted")) failure.raiseIfAny();
@@ -120,7 +121,7 @@ bool setAside(const Attempt& attempt, const Request& request, diagnostics& failu
 }  // namespace
 
 void openDirectly(kodd::DataModelRepository& repository, const Request& request) {
-  attemptRepeatedly(openingOf(repository, request), isHopeless);
+  attemptRepeatedly(request.attempts, openingOf(repository, request), isHopeless);
 }
 
 diagnostics openShared(kodd::DataModelRepository& repository, const Request& request) {
@@ -128,11 +129,11 @@ diagnostics openShared(kodd::DataModelRepository& repository, const Request& req
   const Attempt lockedAttempt = [&attempt](diagnostics& diag) {
     underCreationLock([&] { attempt(diag); });
   };
-  diagnostics failure = attemptRepeatedly(lockedAttempt, isBeyondRepair);
+  diagnostics failure = attemptRepeatedly(request.attempts, lockedAttempt, isBeyondRepair);
   if (!isFaultOfTheFile(failure)) return {};
   diagnostics notices;
   if (setAside(attempt, request, failure, notices)) {
-    attemptRepeatedly(lockedAttempt, isBeyondRepair);
+    attemptRepeatedly(request.attempts, lockedAttempt, isBeyondRepair);
   }
   return notices;
 }

@@ -13,9 +13,10 @@ struct Request {
   std::wstring location;
   std::wstring schemaFile;
   kodd::DataModelRepository::Options options;
+  int attempts = 10;
 };
 
-/// Up to ten attempts, 500 ms apart; fewer when no further one can succeed. Raises nothing: a
+/// So many attempts, 500 ms apart; fewer when no further one can succeed. Raises nothing: a
 /// repository that could not be opened keeps the reason and reports it when it is used.
 void openDirectly(kodd::DataModelRepository& repository, const Request& request);
 

@@ -37,10 +37,16 @@ const std::wstring& path() {
 }
 
 bool isUsable() {
+  return unusableReason().empty();
+}
+
+std::string unusableReason() {
   struct stat status {};
-  if (lstat(utf8Path().c_str(), &status) != 0) return true;
-  return S_ISREG(status.st_mode) && status.st_uid == geteuid() && status.st_nlink == 1 &&
-         (status.st_mode & S_IWOTH) == 0;
+  if (lstat(utf8Path().c_str(), &status) != 0) return {};
+  if (S_ISLNK(status.st_mode)) return "it is a symbolic link";
+  if (!S_ISREG(status.st_mode)) return "it is no regular file";
+  if (status.st_uid != geteuid() && status.st_uid != 0) return "it belongs to another user";
+  return {};
 }
 
 void deleteFile() {

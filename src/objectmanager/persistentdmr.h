@@ -10,10 +10,11 @@ namespace vela::persistentdmr {
 const std::wstring& path();
 
 /// False when something lies at the path that must not be taken for the user's file: anything
-/// but a regular file, a file of another user, one with further names or one that others may
-/// write. True when nothing is there or nothing can be learnt. Whether we may write is not
-/// asked.
+/// but a regular file, or a file of a user who is neither this one nor root. True when nothing
+/// is there or nothing can be learnt. Permissions and further names are not asked for.
 bool isUsable();
+/// Why it is not usable, for a message; empty when it is.
+std::string unusableReason();
 
 /// Deletes the file with its side files, under the creation lock. A missing file is no error;
 /// anything but a regular file stays.

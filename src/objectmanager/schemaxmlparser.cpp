@@ -1,5 +1,7 @@
 #include "objectmanager/schemaxmlparser.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +20,7 @@
 
 #include "host/names.h"
 #include "host/xmllibrary.h"
+#include "kodiag/message.h"
 
 namespace vela {
 namespace {
@@ -54,7 +57,14 @@ std::string bytesOf(const std::string& file) {
   // Reading a pipe or a device might never end.
   if (!fs::is_regular_file(file, error)) return {};
   if (fs::file_size(file, error) > kMaximumBytes) return {};
+  errno = 0;
   std::ifstream stream(file, std::ios::binary);
+  // A shortage in this process says nothing about the file.
+  if (!stream.is_open() && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+    kodiag::raise({"KODD:kodd", "IOError"}, {{"Operation", "read the schema"},
+                                             {"Location", file},
+                                             {"Reason", std::strerror(errno)}});
+  }
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 

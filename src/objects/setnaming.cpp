@@ -66,6 +66,7 @@ std::wstring Set::getRunNameTemplate(ObjectManager& manager) {
   if (const auto known = stored()) return known->getPropertyUString(strings::Template);
   // Asked before the write lock is taken: it may be a slow call into the host.
   const auto [text, showAtTop] = getDefaultRunNameTemplateAndShowAtTopFlagFromPrefs();
+  if (manager.isReadOnly()) return text;
   DictionaryFunction make = [&](kodiag::util::diagnostics&) {
     initializeDefaultRunNameTemplateAndShowAtTopFlag(text, showAtTop, manager);
   };

@@ -21,14 +21,16 @@ using host::HostArray;
 class VelaRepositoryRepository : public NexCOSMethodInfo {
  public:
   VelaRepositoryRepository()
-      : NexCOSMethodInfo("Repository",
-                         "Open a repository: a private file, created unless it is there; a "
-                         "private temporary file without an input; the shared repository for "
-                         "an empty array.",
-                         {{host::Parameter("any", "file").optional().fileName()},
-                          {host::Parameter(kRepositoryClass, "repository")}},
-                         {"KODD:kodd:NotARepository", "KODD:kodd:IOError",
-                          "KODD:kodd:RepositoryNotOpen", "sqldb:ssdb:Corrupt"}) {}
+      : NexCOSMethodInfo(
+            "Repository",
+            "Open a repository: a private file, created unless it is there; a "
+            "private temporary file without an input; the shared repository for "
+            "an empty array. With \"readOnly\" an existing private file is never written.",
+            {{host::Parameter("any", "file").optional().fileName(),
+              host::Parameter("logical scalar", "readOnly").optional()},
+             {host::Parameter(kRepositoryClass, "repository")}},
+            {"KODD:kodd:NotARepository", "KODD:kodd:IOError", "KODD:kodd:RepositoryNotOpen",
+             "sqldb:ssdb:Corrupt"}) {}
 
  private:
   void perform(std::span<host::OutputValue> outputs,
@@ -37,7 +39,12 @@ class VelaRepositoryRepository : public NexCOSMethodInfo {
     auto& wrapper = dynamic_cast<ObjectManagerWrapper&>(object->instanceData());
     if (inputs.empty()) return wrapper.setObjMgr(openTemporary());
     const auto& file = std::get<HostArray>(inputs.front());
-    if (file.isText()) return wrapper.setObjMgr(openPrivate(file.toWide()));
+    if (file.isText()) {
+      const bool readOnly = inputs.size() > 1 && std::get<bool>(inputs[1]);
+      using Access = ObjectManager::Access;
+      return wrapper.setObjMgr(
+          openPrivate(file.toWide(), readOnly ? Access::read : Access::write));
+    }
     wrapper.setObjMgr(VelaInstance::getInstance().getObjectManager({}, {}));
   }
 };

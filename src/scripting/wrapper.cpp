@@ -19,7 +19,7 @@ namespace {
 }
 
 /// Causes that time does not cure.
-void refuseHopeless(const std::string& location) {
+void refuseHopeless(const std::string& location, ObjectManager::Access access) {
   if (location.empty()) raiseUnusable(location, "the file name is empty");
   if (location.find('\0') != std::string::npos) {
     raiseUnusable(location, "the file name holds a character 0");
@@ -36,8 +36,9 @@ void refuseHopeless(const std::string& location) {
   if (!std::filesystem::is_directory(folder, unknown)) {
     raiseUnusable(location, "there is no folder \"" + folder + "\"");
   }
+  if (access == ObjectManager::Access::read) return;
   // Lock file and log are made beside the repository.
-  if (access(folder.c_str(), W_OK) != 0) {
+  if (::access(folder.c_str(), W_OK) != 0) {
     raiseUnusable(location, "nothing can be written into the folder \"" + folder + "\"");
   }
 }
@@ -83,12 +84,13 @@ void ObjectManagerWrapper::close() {
   last = std::move(manager_);
 }
 
-std::unique_ptr<ObjectManager> openPrivate(const std::wstring& location) {
-  refuseHopeless(text::toUtf8(location));
+std::unique_ptr<ObjectManager> openPrivate(const std::wstring& location,
+                                           ObjectManager::Access access) {
+  refuseHopeless(text::toUtf8(location), access);
   kodiag::util::diagnostics refusal;
   ObjectManager::checkFile(location, refusal);
   refusal.raiseIfAny();
-  return opened(std::make_unique<ObjectManager>(location));
+  return opened(std::make_unique<ObjectManager>(location, access));
 }
 
 std::unique_ptr<ObjectManager> openTemporary() {

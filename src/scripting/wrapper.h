@@ -30,9 +30,10 @@ class ObjectManagerWrapper : public host::COSInstanceData {
   bool isShared_ = false;
 };
 
-/// A manager on that file, opened or created.
-/// \throws the reason, at once, where no further attempt could open it
-std::unique_ptr<ObjectManager> openPrivate(const std::wstring& location);
+/// A manager on that file, opened or created; for reading, an existing one that is never
+/// written. \throws the reason, at once, where no further attempt could open it
+std::unique_ptr<ObjectManager> openPrivate(const std::wstring& location,
+                                           ObjectManager::Access access);
 /// A manager on a temporary file that goes with it.
 std::unique_ptr<ObjectManager> openTemporary();
 

@@ -1,5 +1,7 @@
 #include "objectmanager/opening.h"
 
+#include <sys/resource.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <thread>
@@ -92,6 +94,46 @@ TEST_F(OpeningTest, FilesGivenByPathStay) {
     manager.initializeObjectManager("", "");
   }
   EXPECT_TRUE(std::filesystem::exists(folder_ / "kept.dmr"));
+}
+
+TEST_F(OpeningTest, AManagerForReadingChangesNothing) {
+  const std::wstring location = wide(folder_ / "kept.dmr");
+  {
+    ObjectManager writer(location);
+    writer.initializeObjectManager("", "");
+    writer.createObject("DataSet", false);
+  }
+  ObjectManager reader(location, ObjectManager::Access::read);
+  reader.setInstanceID(77);
+  reader.initializeObjectManager("", "");
+  boost::ptr_vector<ObjectRef> runs;
+  reader.findObjects("DataSet", {}, runs);
+  EXPECT_EQ(runs.size(), 1u);
+  EXPECT_EQ(raisedBy([&] { reader.createObject("DataSet", false); }), "KODD:kodd:ReadOnly");
+  EXPECT_EQ(raisedBy([&] { runs.front().setPropertyInt32("Visible", 0); }),
+            "KODD:kodd:ReadOnly");
+  boost::ptr_vector<ObjectRef> instances;
+  reader.findObjects("InstanceID", {}, instances);
+  EXPECT_TRUE(instances.empty());
+  EXPECT_TRUE(reader.getOpeningNotices().empty());
+}
+
+TEST_F(OpeningTest, AShortageOfDescriptorsIsNamedAndPasses) {
+  ObjectManager manager(wide(folder_ / "kept.dmr"));
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  rlimit none = usual;
+  none.rlim_cur = 0;
+  setrlimit(RLIMIT_NOFILE, &none);
+  manager.initializeObjectManager("", "");
+  setrlimit(RLIMIT_NOFILE, &usual);
+  EXPECT_FALSE(manager.isOpen());
+  kodiag::util::diagnostics failure;
+  manager.repository().metamodel(failure);
+  ASSERT_FALSE(failure.empty());
+  EXPECT_NE(failure.messages().front().text().find("Too many open files"), std::string::npos);
+  manager.initializeObjectManager("", "");
+  EXPECT_TRUE(manager.isOpen());
 }
 
 TEST_F(OpeningTest, AForkedChildLeavesThePrivateFileToItsParent) {

@@ -124,7 +124,7 @@ def test_calls_of_the_wrong_form_name_method_and_input(repo):
         (lambda: vela.Repository.createRun("x"), 'createRun: needs the input "name"'),
         (lambda: vela.Repository.createRun(3, "x"), "createRun: .* must be vela.Repository, not int"),
         (lambda: vela.Repository.hasBeenCreated(1), "hasBeenCreated: takes at most 0 inputs"),
-        (lambda: vela.Repository("a", "b"), "Repository: takes at most 1 input"),
+        (lambda: vela.Repository("a", True, 3), "Repository: takes at most 2 inputs"),
     ]:
         with pytest.raises(TypeError, match=text):
             call()
