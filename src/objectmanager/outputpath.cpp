@@ -44,6 +44,7 @@ bool looksLikeARepository(const std::string& path) {
 }  // namespace
 
 std::string whyNotToWrite(const std::string& path) try {
+  if (path.empty()) return "its name is empty";
   if (path.find('\0') != std::string::npos) return "its name holds a zero character";
   struct stat status {};
   if (lstat(path.c_str(), &status) == 0) {

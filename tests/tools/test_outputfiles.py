@@ -44,7 +44,7 @@ def targets(vela, drive, tmp_path):
     with contextlib.closing(sqlite3.connect(tmp_path / "foreign")) as database:
         database.execute("CREATE TABLE t(x)")
     return ["lab.dmr", "moved", "garbled.dmr", "dead.bin", "unmade", "cut.dmr", "link", "nowhere", "folder", "pipe",
-            "foreign", "new.dmr-wal", "absent/../lab.dat", "absent/lab.dat",
+            "foreign", "folder/", "new.dmr-wal", "absent/../lab.dat", "absent/lab.dat",
             *(base + side for base in ("lab.dmr", "unmade") for side in ("-wal", "-shm", "-journal", "-lock"))]
 
 
