@@ -17,6 +17,8 @@ Known& known() {
 void findKnown() {
   known() = {reinterpret_cast<PyTypeObject*>(found("enum", "IntEnum")),
              reinterpret_cast<PyTypeObject*>(found("vela._values", "FixedPoint")),
+             reinterpret_cast<PyTypeObject*>(found("numpy.ma", "MaskedArray")),
+             found("vela._values", "without_mask"),
              found("vela._values", "enumeration_members"),
              found("vela._values", "fixed_point_values")};
 }

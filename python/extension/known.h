@@ -8,6 +8,8 @@ namespace vela::python {
 struct Known {
   PyTypeObject* intEnum = nullptr;         ///< enum.IntEnum
   PyTypeObject* fixedPoint = nullptr;      ///< vela.FixedPoint
+  PyTypeObject* maskedArray = nullptr;     ///< numpy.ma.MaskedArray
+  PyObject* withoutMask = nullptr;         ///< its elements, NaN where one is masked
   PyObject* enumerationMembers = nullptr;  ///< makes members of an enumeration
   PyObject* fixedPointValues = nullptr;    ///< makes a vela.FixedPoint
 };

@@ -58,6 +58,20 @@ PyArrayObject* asArray(py::handle object) {
   return reinterpret_cast<PyArrayObject*>(object.ptr());
 }
 
+bool isMaskedArray(PyObject* object) {
+  return PyObject_TypeCheck(object, known().maskedArray);
+}
+
+/// A plain array of a masked one; refuses masked elements of types without NaN.
+py::object withoutMask(py::handle array, const Place& place) {
+  const py::object plain = checked(PyObject_CallOneArg(known().withoutMask, array.ptr()));
+  if (plain.is_none()) {
+    refuse(PyExc_ValueError, place,
+           "has masked elements, which only floating-point types can keep as missing (NaN)");
+  }
+  return plain;
+}
+
 py::object numpyArrayOf(py::handle value) {
   return checked(PyArray_FromAny(value.ptr(), nullptr, 0, 0, 0, nullptr));
 }
@@ -194,6 +208,7 @@ class Converter {
   }
 
   HostArray array(py::object held, int depth) const {
+    if (isMaskedArray(held.ptr())) held = withoutMask(held, place_);
     PyArrayObject* const given = asArray(held);
     if (const auto type = numberTypeOf(PyArray_DESCR(given))) return numbers(given, *type);
     const char kind = PyArray_DESCR(given)->kind;
@@ -422,7 +437,8 @@ bool isTextOrNone(PyObject* object) {
 
 /// The number inside an array without dimensions; anything else as it is.
 py::object unwrapped(py::handle value) {
-  if (PyArray_Check(value.ptr()) && PyArray_NDIM(asArray(value)) == 0) {
+  if (PyArray_Check(value.ptr()) && PyArray_NDIM(asArray(value)) == 0 &&
+      !isMaskedArray(value.ptr())) {
     return checked(PyArray_ToScalar(PyArray_DATA(asArray(value)), asArray(value)));
   }
   return py::reinterpret_borrow<py::object>(value);
@@ -510,8 +526,10 @@ HostArray toVector(py::handle value, ArrayClass cls, const Place& place) {
   if (!isNumber(object) && !isSequence(object) && !isArrayLike(object)) {
     refuseType(place, kExpected, value);
   }
-  const py::object array =
-      py::reinterpret_steal<py::object>(PyArray_FromAny(object, nullptr, 0, 0, 0, nullptr));
+  const py::object array = isMaskedArray(object)
+                               ? withoutMask(value, place)
+                               : py::reinterpret_steal<py::object>(
+                                     PyArray_FromAny(object, nullptr, 0, 0, 0, nullptr));
   if (!array) {
     if (!PyErr_ExceptionMatches(PyExc_ValueError)) throw py::error_already_set();
     PyErr_Clear();

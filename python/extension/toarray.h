@@ -16,7 +16,8 @@ namespace vela::python {
 /// Any value.
 ///
 /// None is the empty 0x0 array; numpy arrays keep class and shape and are borrowed where their
-/// memory is column-major, aligned and in native byte order, else copied once; lists of numbers
+/// memory is column-major, aligned and in native byte order, else copied once; masked elements
+/// become NaN, those of types without one raise ValueError; lists of numbers
 /// become what numpy.asarray makes of them, other lists cells; dicts become structures.
 /// Nesting is refused beyond 64 levels (ValueError).
 host::HostArray toHostArray(py::handle value, const Place& place);

@@ -13,6 +13,13 @@ if typing.TYPE_CHECKING:
     from numpy.typing import ArrayLike, DTypeLike
 
 
+def without_mask(array: typing.Any) -> np.ndarray | None:
+    """The elements of a masked array, NaN where one is masked; None for types that know no NaN."""
+    if not np.ma.is_masked(array):
+        return np.asarray(array.data)
+    return np.asarray(array.filled(np.nan)) if array.dtype.kind in "fc" else None
+
+
 @functools.lru_cache(maxsize=None)
 def enumeration_class(name: str, members: tuple[tuple[str, int], ...]) -> typing.Any:
     """The class of a definition: one for each name and tuple of (label, value) pairs."""

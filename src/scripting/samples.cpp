@@ -334,12 +334,19 @@ GivenValues::GivenValues(const HostArray& values, const std::string& operation)
     return;
   }
   const Dimensions& dimensions = values.dimensions();
+  if (dimensions == Dimensions{0, 0}) return;
   samples_ = dimensions.front();
   dims_.assign(dimensions.begin() + 1, dimensions.end());
 }
 
 bool GivenValues::isComplex() const {
   return numbersIn(values_).isComplex();
+}
+
+GivenValues GivenValues::reshaped(const std::vector<unsigned>& dims) const {
+  GivenValues other = *this;
+  other.dims_.assign(dims.begin(), dims.end());
+  return other;
 }
 
 HostArray GivenValues::element(std::size_t index) const {

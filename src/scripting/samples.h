@@ -26,9 +26,12 @@ class GivenValues {
   const host::HostArray& array() const { return values_; }
   /// Number of samples: the length of the first axis.
   std::size_t samples() const { return samples_; }
-  /// Of one sample; empty for scalars.
+  /// Of one sample; empty for scalars, and for the empty array that says nothing about them.
   const std::vector<std::size_t>& dims() const { return dims_; }
   bool isComplex() const;
+  /// The same values where a sample has other dimensions of as many elements, which keep their
+  /// order, first dimension fastest.
+  GivenValues reshaped(const std::vector<unsigned>& dims) const;
 
   /// The numbers of one element of every sample, first dimension fastest, as a list.
   host::HostArray element(std::size_t index) const;

@@ -122,7 +122,8 @@ GivenSamples samplesIn(const HostArray& data) {
   return samples;
 }
 
-/// Dimensions of one sample; those of the values unless others of as many elements are given.
+/// Dimensions of one sample; those of the values unless others of as many elements are given,
+/// or, where there are no samples, any others.
 std::vector<unsigned> dimsIn(const HostArray& given, const GivenValues& values) {
   std::vector<unsigned> dims;
   std::size_t elements = 1;
@@ -133,7 +134,8 @@ std::vector<unsigned> dimsIn(const HostArray& given, const GivenValues& values) 
   }
   if (dims.empty()) dims = {1};
   if (isNothing(given)) return dims;
-  const std::vector<unsigned> wanted = countsIn(given, kAdd);
+  std::vector<unsigned> wanted = countsIn(given, kAdd);
+  if (values.samples() == 0) return wanted;
   std::size_t count = 1;
   for (const unsigned dim : wanted) count = std::min(count * dim, elements + 1);
   if (count != elements) {
@@ -266,7 +268,7 @@ Int32<"signalID"> add(Repository repository, Any<"data"> data, Any<"units"> unit
     const SignalPtr top =
         newFamily(manager, *run, parent, samples.values, dims, identity, description);
     keep(*top, metadata);
-    appendSamples(streamsOf(top), samples.times, samples.values, kAdd);
+    appendSamples(streamsOf(top), samples.times, samples.values.reshaped(dims), kAdd);
     if (samples.values.array().isEnumeration()) run->setRunHasEnumSignals(true);
     id = top->getID();
   });
@@ -282,12 +284,14 @@ struct VelaRepositoryCreateDoubleScalarSignal
              "Create a continuous signal of doubles, read as straight lines, in a run.",
              &createDoubleScalarSignal> {};
 struct VelaRepositoryAdd
-    : Method<"add",
-             "Add a signal with its samples: \"Time\" and \"Data\" of a structure. Values of "
-             "more than one dimension, or complex ones, get a signal for each element or part "
-             "below it. An empty array leaves an input out.",
-             &add, "nexstore:nex:InvalidData", "nexstore:nex:InvalidDimensions",
-             "nexstore:nex:IntegerExpected", "nexstore:nex:IntegerScalarExpected"> {};
+    : Method<
+          "add",
+          "Add a signal with its samples: \"Time\" and \"Data\" of a structure. Values of "
+          "more than one dimension, or complex ones, get a signal for each element or part "
+          "below it; other dimensions arrange the elements of a sample anew, first dimension "
+          "fastest. An empty array leaves an input out.",
+          &add, "nexstore:nex:InvalidData", "nexstore:nex:InvalidDimensions",
+          "nexstore:nex:IntegerExpected", "nexstore:nex:IntegerScalarExpected"> {};
 
 }  // namespace
 

@@ -73,6 +73,34 @@ def test_single_samples_may_be_plain_numbers(repo, signal):
     assert data["Time"].tolist() == [0, 1, 2] and data["Data"].tolist() == [0, 0.5, 1]
 
 
+def test_signals_may_be_added_without_samples(repo, run):
+    for times, values, dims in [([], [], None), ([], [], [2, 2]), (np.empty(0), np.empty((0, 3)), None)]:
+        signal = add(repo, run, times, values, dimensions=dims)
+        assert repo.signalIsEmpty(signal)
+        assert repo.getSignalSampleDims(signal).tolist() == (dims or [values.shape[1] if len(np.shape(values)) > 1 else 1])
+
+
+def test_dimensions_arrange_the_elements_of_a_sample(repo, run):
+    values = np.arange(12.0).reshape(3, 4)
+    data = repo.getHierarchicalSignalData(add(repo, run, [0, 1, 2], values, dimensions=[2, 2]))["Data"]
+    assert [data[:, 0, 0].tolist(), data[:, 1, 0].tolist()] == [[0, 4, 8], [1, 5, 9]]
+    assert np.array_equal(data, values.reshape(3, 2, 2, order="F"))
+    with pytest.raises(vela.DataError, match="InvalidDimensions"):
+        add(repo, run, [0, 1, 2], values, dimensions=[2, 3])
+
+
+def test_masked_elements_are_missing_or_refused(repo, run):
+    mask = [False, True, False]
+    signal = add(repo, run, [0, 1, 2], np.ma.array([1.0, 2.0, 3.0], mask=mask))
+    assert np.array_equal(repo.getSignalDataValues(signal), [1, np.nan, 3], equal_nan=True)
+    add(repo, run, [0, 1, 2], np.ma.array([1, 2, 3], mask=False))
+    for values in [np.ma.array([1, 2, 3], mask=mask), np.ma.array([True, False, True], mask=mask)]:
+        with pytest.raises(ValueError, match="masked"):
+            add(repo, run, [0, 1, 2], values)
+    with pytest.raises(TypeError):
+        repo.setSignalAbsTol(signal, np.ma.masked)
+
+
 def test_enumerations_come_back_as_members(repo, run):
     signal = add(repo, run, [0, 1], [Gear.LOW, Gear.HIGH])
     assert repo.getSignalDataTypeLabel(signal) == "Gear" and repo.isEnum(signal)
