@@ -1,15 +1,20 @@
 #include "streaming.h"
 
 #include <pybind11/numpy.h>
-#include <pybind11/stl.h>
 
 #include <algorithm>
-#include <optional>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "errors.h"
+#include "kodiag/message.h"
+#include "scripting/conversion.h"
+#include "scripting/samples.h"
 #include "toarray.h"
 #include "yarrow/yarrowapi.h"
 
@@ -17,22 +22,67 @@ namespace vela::python {
 namespace {
 
 using yarrow::YarrowAPI;
-using Doubles = py::array_t<double, py::array::c_style | py::array::forcecast>;
+using Doubles = py::array_t<double, py::array::c_style>;
 
-YarrowAPI::Rows rowsFrom(const Doubles& times, const Doubles& values, const char* method) {
-  const Place place{method, "values"};
-  if (times.ndim() != 1 || values.ndim() != 2 || values.shape(0) != times.shape(0)) {
-    refuse(PyExc_ValueError, place,
-           "must be an array of shape (rows, channels) beside times of shape (rows,)");
+/// Times and values as Python gives them; one time without an axis makes one row of the values.
+class RowsGiven {
+ public:
+  RowsGiven(py::handle times, py::handle values, const char* method)
+      : times_(toHostArray(times, {method, "times"})),
+        values_(toHostArray(values, {method, "values"})),
+        operation_(method) {}
+
+  /// \throws "nexstore:nex:InvalidDimensions" unless there is one row of values for each time;
+  ///         "nexstore:nex:InvalidData" for anything but real numbers
+  YarrowAPI::Rows rows() const {
+    const host::HostArray times = scripting::timesIn(times_, operation_);
+    const bool isOneRow = times_.rank() == 0 && values_.rank() == 1 && values_.isNumeric();
+    const scripting::GivenValues values(isOneRow ? asRow(values_) : values_, operation_);
+    scripting::requireOneForEachTime(values, times.size(), operation_);
+    requireRows(values);
+    YarrowAPI::Rows rows;
+    for (const double time : times.values<double>())
+      rows.emplace_back(time, std::vector<double>());
+    const std::size_t channels = values.dims().empty() ? 1 : values.dims().front();
+    for (std::size_t k = 0; k < channels && !rows.empty(); ++k) {
+      const host::HostArray column =
+          scripting::converted(values.element(k), host::ArrayClass::real64, operation_);
+      const std::span<const double> numbers = column.values<double>();
+      for (std::size_t i = 0; i < rows.size(); ++i) rows[i].second.push_back(numbers[i]);
+    }
+    return rows;
   }
-  YarrowAPI::Rows rows;
-  rows.reserve(static_cast<std::size_t>(times.shape(0)));
-  const py::ssize_t channels = values.shape(1);
-  const double* value = values.data();
-  for (py::ssize_t i = 0; i < times.shape(0); ++i, value += channels) {
-    rows.emplace_back(times.data()[i], std::vector<double>(value, value + channels));
+
+ private:
+  static host::HostArray asRow(const host::HostArray& numbers) {
+    const auto held = std::make_shared<const host::HostArray>(numbers);
+    return host::HostArray::sharing(
+        held->arrayClass(), {1, held->size()}, {held, held->bytes().data()},
+        held->bytes().size(),
+        held->isComplex() ? host::Complexity::complex : host::Complexity::real);
   }
-  return rows;
+
+  void requireRows(const scripting::GivenValues& values) const {
+    if (values.dims().size() > 1) {
+      kodiag::raise({"nexstore:nex", "InvalidDimensions"},
+                    {{"Operation", operation_},
+                     {"Reason", "values have two axes, rows and channels, unlike " +
+                                    values_.describe()}});
+    }
+    if (values.isComplex()) {
+      kodiag::raise(
+          {"nexstore:nex", "InvalidData"},
+          {{"Operation", operation_}, {"Reason", "a stream takes no complex values"}});
+    }
+  }
+
+  host::HostArray times_;
+  host::HostArray values_;
+  std::string operation_;
+};
+
+std::string nameOf(py::handle stream) {
+  return toNarrowText(stream, false, {"Stream", "name"});
 }
 
 py::tuple arraysOf(const YarrowAPI::Rows& rows, py::ssize_t channels) {
@@ -48,49 +98,84 @@ py::tuple arraysOf(const YarrowAPI::Rows& rows, py::ssize_t channels) {
   return py::make_tuple(std::move(times), std::move(values));
 }
 
-std::string createStream(unsigned channels) {
+std::string createStream(py::handle channels) {
   return raisingPythonErrors([&] {
+    const auto count = static_cast<unsigned>(
+        toInteger(channels, 0, std::numeric_limits<int>::max(), {"create", "channels"}));
     std::string stream;
     withoutLock(
-        [&] { stream = YarrowAPI::createStream(yarrow::StreamDataType::Double, channels); });
+        [&] { stream = YarrowAPI::createStream(yarrow::StreamDataType::Double, count); });
     return stream;
   });
 }
 
-py::none addRows(const std::string& stream, const Doubles& times, const Doubles& values) {
-  const YarrowAPI::Rows rows =
-      raisingPythonErrors([&] { return rowsFrom(times, values, "append"); });
-  return withoutResult([&] { YarrowAPI::addDataToStream(stream, rows); });
-}
-
-py::none updateRows(const std::string& stream, const Doubles& times, const Doubles& values) {
-  const YarrowAPI::Rows rows =
-      raisingPythonErrors([&] { return rowsFrom(times, values, "update"); });
-  return withoutResult([&] { YarrowAPI::updateDataInStream(stream, rows); });
-}
-
-py::tuple readRows(const std::string& stream, double start, double end, int maxFromStart,
-                   int maxFromEnd) {
+template <auto store>
+py::none storeRows(py::handle stream, py::handle times, py::handle values, const char* method) {
   return raisingPythonErrors([&] {
+    const std::string name = nameOf(stream);
+    const RowsGiven given(times, values, method);
+    withoutLock([&] { store(name, given.rows()); });
+    return py::none();
+  });
+}
+
+py::none addRows(py::handle stream, py::handle times, py::handle values) {
+  return storeRows<&YarrowAPI::addDataToStream>(stream, times, values, "append");
+}
+
+py::none updateRows(py::handle stream, py::handle times, py::handle values) {
+  return storeRows<&YarrowAPI::updateDataInStream>(stream, times, values, "update");
+}
+
+double endOfRange(py::handle time, const char* input) {
+  const double seconds = toDouble(time, {"read", input});
+  if (std::isnan(seconds)) refuse(PyExc_ValueError, {"read", input}, "must be a time, not NaN");
+  return seconds;
+}
+
+/// -1 for None: no limit.
+int limitOf(py::handle rows, const char* input) {
+  if (rows.is_none()) return -1;
+  return static_cast<int>(toInteger(rows, 0, std::numeric_limits<int>::max(), {"read", input}));
+}
+
+py::tuple readRows(py::handle stream, py::handle start, py::handle end, py::handle first,
+                   py::handle last) {
+  return raisingPythonErrors([&] {
+    const std::string name = nameOf(stream);
+    const double from = endOfRange(start, "start");
+    const double to = endOfRange(end, "end");
+    const int atMostFirst = limitOf(first, "first");
+    const int atMostLast = limitOf(last, "last");
     YarrowAPI::Rows rows;
     std::size_t channels = 0;
     withoutLock([&] {
-      YarrowAPI::getDataFromStream(stream, start, end, maxFromStart, maxFromEnd, rows);
-      channels = YarrowAPI::getNumberOfChannels(stream);
+      YarrowAPI::getDataFromStream(name, from, to, atMostFirst, atMostLast, rows);
+      channels = YarrowAPI::getNumberOfChannels(name);
     });
     return arraysOf(rows, static_cast<py::ssize_t>(channels));
   });
 }
 
-py::none deleteRows(const std::string& stream, const std::vector<double>& times) {
-  return withoutResult([&] { YarrowAPI::deleteDataInStream(stream, times); });
+py::none deleteRows(py::handle stream, py::handle times) {
+  return raisingPythonErrors([&] {
+    const std::string name = nameOf(stream);
+    const host::HostArray given = toHostArray(times, {"delete", "times"});
+    withoutLock([&] {
+      const host::HostArray list = scripting::timesIn(given, "delete");
+      const std::span<const double> numbers = list.values<double>();
+      YarrowAPI::deleteDataInStream(name, {numbers.begin(), numbers.end()});
+    });
+    return py::none();
+  });
 }
 
-py::dict metadata(const std::string& stream) {
+py::dict metadata(py::handle stream) {
   return raisingPythonErrors([&] {
+    const std::string name = nameOf(stream);
     YarrowAPI::StringMetaData texts;
     YarrowAPI::DoubleMetaData numbers;
-    withoutLock([&] { YarrowAPI::getMetaDataForStream(stream, texts, numbers); });
+    withoutLock([&] { YarrowAPI::getMetaDataForStream(name, texts, numbers); });
     py::dict found;
     for (const auto& [key, value] : texts) found[py::str(key)] = py::str(value);
     for (const auto& [key, value] : numbers) found[py::str(key)] = py::float_(value);
@@ -98,13 +183,20 @@ py::dict metadata(const std::string& stream) {
   });
 }
 
-py::none setTextMetadata(const std::string& stream, const std::string& key,
-                         const std::string& value) {
-  return withoutResult([&] { YarrowAPI::setStringMetaDataForStream(stream, key, value); });
-}
-
-py::none setNumberMetadata(const std::string& stream, const std::string& key, double value) {
-  return withoutResult([&] { YarrowAPI::setDoubleMetaDataForStream(stream, key, value); });
+py::none setMetadata(py::handle stream, py::handle key, py::handle value) {
+  return raisingPythonErrors([&] {
+    const std::string name = nameOf(stream);
+    const std::string keyText = toNarrowText(key, false, {"set_metadata", "key"});
+    const Place place{"set_metadata", "value"};
+    if (PyUnicode_Check(value.ptr())) {
+      const std::string text = toNarrowText(value, false, place);
+      withoutLock([&] { YarrowAPI::setStringMetaDataForStream(name, keyText, text); });
+    } else {
+      const double number = toDouble(value, place);
+      withoutLock([&] { YarrowAPI::setDoubleMetaDataForStream(name, keyText, number); });
+    }
+    return py::none();
+  });
 }
 
 }  // namespace
@@ -115,12 +207,10 @@ void addStreamFunctions(py::module_& module) {
   module.def("updateStreamRows", &updateRows, py::arg("stream"), py::arg("times"),
              py::arg("values"));
   module.def("readStreamRows", &readRows, py::arg("stream"), py::arg("start"), py::arg("end"),
-             py::arg("maxFromStart"), py::arg("maxFromEnd"));
+             py::arg("first"), py::arg("last"));
   module.def("deleteStreamRows", &deleteRows, py::arg("stream"), py::arg("times"));
   module.def("streamMetadata", &metadata, py::arg("stream"));
-  module.def("setStreamText", &setTextMetadata, py::arg("stream"), py::arg("key"),
-             py::arg("value"));
-  module.def("setStreamNumber", &setNumberMetadata, py::arg("stream"), py::arg("key"),
+  module.def("setStreamMetadata", &setMetadata, py::arg("stream"), py::arg("key"),
              py::arg("value"));
 }
 

@@ -36,8 +36,9 @@ def test_what_does_not_fit_changes_nothing():
     with pytest.raises(vela.Error) as failure:
         stream.append([1], [[1, 2, 3]])
     assert failure.value.identifier == "nexstore:nex:InvalidDimensions"
-    for times, values in (([1, 2], [[1, 2]]), ([[1]], [[1, 2]]), ([1], "text")):
-        with pytest.raises(ValueError):
+    for times, values in (([1, 2], [[1, 2]]), ([[1, 2], [3, 4]], [[1, 2]]), ([1], "text"), ([1, 2], [1, 2, 3, 4]),
+                          ([1], [1, 2]), ([1, 2], numpy.ones((2, 1, 2))), ([1], [[1j, 2]])):
+        with pytest.raises(vela.DataError):
             stream.append(times, values)
     with pytest.raises(vela.Error):
         stream.update([float("nan")], [[1, 2]])
@@ -45,6 +46,29 @@ def test_what_does_not_fit_changes_nothing():
         vela.Stream("no such stream")
     assert failure.value.identifier == "nexstore:nex:NoSuchSignal"
     assert stream.read()[1].tolist() == [[1, 2]]
+
+
+def test_one_time_takes_the_values_of_its_channels():
+    stream = vela.Stream.create(2)
+    stream.append(0, [1, 2])
+    stream.append(1, numpy.ma.array([3.0, 4.0], mask=[False, True]))
+    values = stream.read()[1]
+    assert values[0].tolist() == [1, 2] and values[1, 0] == 3 and numpy.isnan(values[1, 1])
+
+
+def test_bad_arguments_name_call_and_input():
+    stream = vela.Stream.create(1)
+    for call, refusal, words in [
+        (lambda: vela.Stream(5), TypeError, "Stream: name must be str, not int"),
+        (lambda: vela.Stream.create("a"), TypeError, "create: channels must be int, not str"),
+        (lambda: vela.Stream.create(-1), OverflowError, "create: channels is out of range"),
+        (lambda: stream.read("a"), TypeError, "read: start must be float, not str"),
+        (lambda: stream.read(float("nan")), ValueError, "read: start must be a time, not NaN"),
+        (lambda: stream.read(first=1.5), TypeError, "read: first must be a whole number"),
+        (lambda: stream.set_metadata(1, "a"), TypeError, "set_metadata: key must be str, not int"),
+    ]:
+        with pytest.raises(refusal, match="^" + words):
+            call()
 
 
 def test_metadata_are_texts_and_numbers():

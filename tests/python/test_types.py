@@ -26,7 +26,7 @@ f.repository.createRun(1)
 def test_mistakes_are_found_and_nothing_else(tmp_path):
     (tmp_path / "use.py").write_text(USE)
     done = subprocess.run(
-        ["mypy", "--check-untyped-defs", "--ignore-missing-imports",
+        ["mypy", "--disallow-untyped-defs", "--check-untyped-defs", "--ignore-missing-imports",
          "--cache-dir", str(tmp_path / "cache"), "use.py"],
         cwd=tmp_path, env={**os.environ, "MYPYPATH": os.environ["PYTHONPATH"]}, capture_output=True, text=True)
     found = [line for line in done.stdout.splitlines() if ": error: " in line]
