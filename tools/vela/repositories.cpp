@@ -56,10 +56,11 @@ void requirePlaceFor(const std::wstring& location) {
 
 // A manager of its own keeps instance ID 0: it sees the runs of every session and enters no row
 // of its own in the instance table.
-std::unique_ptr<ObjectManager> opened(const std::wstring& location) {
+std::unique_ptr<ObjectManager> opened(const std::wstring& location,
+                                      ObjectManager::Access access) {
   requirePlaceFor(location);
   refuseWhatIsNoRepository(location);
-  auto manager = std::make_unique<ObjectManager>(location);
+  auto manager = std::make_unique<ObjectManager>(location, access);
   manager->initializeObjectManager({}, {});
   kodiag::util::diagnostics diag;
   manager->repository().metamodel(diag);
@@ -73,15 +74,17 @@ std::unique_ptr<ObjectManager> opened(const std::wstring& location) {
 Repository Repository::openForReading(const Context& context) {
   const std::wstring location = locationOf(context);
   requireFile(location);
-  return Repository(opened(location));
+  return Repository(opened(location, ObjectManager::Access::read));
 }
 
 Repository Repository::openForChanging(const Context& context) {
-  return openForReading(context);
+  const std::wstring location = locationOf(context);
+  requireFile(location);
+  return Repository(opened(location, ObjectManager::Access::write));
 }
 
 Repository Repository::openForWriting(const Context& context) {
-  if (!context.repository.empty()) return Repository(opened(locationOf(context)));
+  if (!context.repository.empty()) return Repository(opened(locationOf(context), ObjectManager::Access::write));
   refuseWhatIsNoRepository(locationOf(context));
   return Repository(VelaInstance::getInstance());
 }
