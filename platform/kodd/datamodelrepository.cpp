@@ -188,12 +188,14 @@ std::wstring DataModelRepository::location() const {
 }
 
 MetamodelRef DataModelRepository::metamodel(diagnostics& diag) {
-  MetamodelRef model;
-  performRead(*session_, "metamodel", diag, [&] {
-    session_->database("metamodel");
-    model = MetamodelRef(&session_->layout().model());
-  });
-  return model;
+  try {
+    // Needs no connection: the schema is in memory.
+    session_->requireOpen("metamodel");
+    return MetamodelRef(&session_->layout().model());
+  } catch (...) {
+    reportException("metamodel", diag);
+    return {};
+  }
 }
 
 std::string DataModelRepository::databaseID(diagnostics& diag) {

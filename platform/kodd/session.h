@@ -125,6 +125,10 @@ class Session final : public std::enable_shared_from_this<Session> {
   /// under way, not for units.
   void close() noexcept;
   bool isOpen() const { return isOpen_.load(std::memory_order_acquire); }
+  /// \throws "RepositoryNotOpen"
+  void requireOpen(std::string_view operation) const {
+    if (!isOpen()) raiseNotOpen(operation);
+  }
   const std::string& location() const { return location_; }
   /// Keeps why the repository is not open, for every later use.
   void rememberFailure(const kodiag::util::diagnostics& failure) {

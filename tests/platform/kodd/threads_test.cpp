@@ -88,7 +88,8 @@ TEST_F(ThreadsTest, AnExplicitTransactionIsOfItsThreadAlone) {
     const diagnostics busy = failureOf(repository_, [](diagnostics&) {});
     ASSERT_FALSE(busy.empty());
     EXPECT_EQ(busy.messages().front().id.str(), "KODD:kodd:RepositoryBusy");
-    EXPECT_THAT(busy.messages().front().text(), ::testing::HasSubstr("\"transaction\""));
+    EXPECT_THAT(busy.messages().front().text(),
+                ::testing::HasSubstr("transaction\" of another thread"));
   });
   repository_.rollbackTransaction(NoFailure());
   inThread([&] { create("Run"); });
@@ -199,6 +200,7 @@ TEST_F(ThreadsTest, WhatWasReadIsStoredOnlyWhileItIsNews) {
   const DataModelRepository::ReadScope scope(repository_);
   EXPECT_EQ(get<int>(run, "Number"), 0);
   EXPECT_TRUE(remember(1));
+  EXPECT_EQ(count("Run"), 1);
   inThread([&] { EXPECT_EQ(get<int>(run, "Number"), 1); });
   inThread([&] { create("Run"); });
   EXPECT_FALSE(remember(2));
