@@ -55,6 +55,11 @@ bool lacksLogOrIndex(const std::string& path) {
   return !fileIdentity(path + kLogSuffix) || !fileIdentity(path + kIndexSuffix);
 }
 
+/// The index of somebody else's file may be there and still be closed to us.
+bool canReadIndex(const std::string& path) {
+  return faccessat(AT_FDCWD, (path + kIndexSuffix).c_str(), R_OK, AT_EACCESS) == 0;
+}
+
 /// Nobody makes a new log while the one that somebody else uses is gone: it may hold work that
 /// only they can bring back.
 void refuseLostLog(const std::string& path, const RepositoryLock& lock) {
@@ -109,7 +114,7 @@ std::unique_ptr<Connection> connectForReading(const std::string& path, Repositor
   refuseInheritedHandles(path);
   auto view = Connection::View::shared;
   std::optional<WriteLockScope> writing;
-  if (fileUsesLog && lacksLogOrIndex(path)) {
+  if (fileUsesLog && (lacksLogOrIndex(path) || !canReadIndex(path))) {
     if (isWritable(path)) writing.emplace(lock, options.busyTimeout);
     refuseLostLog(path, lock);
     if (!writing) {
@@ -118,8 +123,8 @@ std::unique_ptr<Connection> connectForReading(const std::string& path, Repositor
                       {{"Operation", "open"},
                        {"Location", path},
                        {"Reason",
-                        "its log holds work and has no index, which cannot be made here; copy "
-                        "both files to where you may write"}});
+                        "its log holds work, and an index of it can be neither read nor made "
+                        "here; copy both files to where you may write"}});
       }
       view = Connection::View::unchanged;
     }
