@@ -33,8 +33,8 @@ def open(path: str | os.PathLike[str], mode: Mode = "r") -> RepositoryFile:
     ----------
     path : str or os.PathLike
     mode : {"r", "r+", "a", "w", "x"}
-        "r" reads an existing file and never writes into it, "r+" changes one, "a" creates it where it is missing, "w" empties
-        it, "x" insists on creating it.
+        "r" reads an existing file and never writes into it, "r+" changes one, "a" creates it where
+        it is missing, "w" empties it, "x" insists on creating it.
 
     Returns
     -------

@@ -143,7 +143,7 @@ TEST_F(CloneTest, ARunThatIsGoneCannotBeCopied) {
   const int id = gone.getID();
   manager_->removeObject(id, strings::DataSet);
   const std::string before = contents();
-  EXPECT_EQ(raisedBy([&] { gone.clone(Set::Application::VELA); }), "KODD:kodd:NoSuchObject");
+  EXPECT_EQ(raisedBy([&] { gone.clone(Set::Application::VELA); }), "KODD:kodd:InvalidObject");
   EXPECT_EQ(contents(), before);
 }
 

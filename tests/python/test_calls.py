@@ -75,7 +75,7 @@ def test_signatures_follow_the_declarations(repo):
         bound = inspect.signature(getattr(repo, name))
         assert list(bound.parameters) == expected[0 if entry["static"] else 1:]
     assert str(inspect.signature(vela.Repository.createRun)) == "(self, name, /)"
-    assert list(inspect.signature(vela.Repository).parameters) == ["file"]
+    assert list(inspect.signature(vela.Repository).parameters) == ["file", "readOnly"]
 
 
 def test_help_reads_well(repo):

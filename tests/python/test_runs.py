@@ -166,7 +166,7 @@ def test_kept_comparisons_are_reached_by_name(file, shapes):
     kept = file.runs[comparison.run_id]
     assert [kept[name] for name in kept] == kept.values()
     assert kept["v(out)"]["Difference of v(out)"].values.tolist() == [0, 0]
-    assert kept["m(2,3)"]["Tolerance of m"].times.tolist() == [0, 1]
+    assert kept["m(2,3)"]["Tolerance of m(2,3)"].times.tolist() == [0, 1]
     assert all(shapes[row["path"]].id == row["baseline"] for row in comparison.rows)
 
 

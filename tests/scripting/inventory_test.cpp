@@ -13,7 +13,7 @@ using testing::UnorderedElementsAreArray;
 // "R" stands for an input "vela.Repository"; "?" marks what may be left out, "..." that more
 // inputs are taken.
 const char* const kInventory[] = {
-    "Repository(any?) -> vela.Repository",
+    "Repository(any?, logical scalar?) -> vela.Repository",
     "createObject(R, asciiString) -> int32 scalar",
     "removeObject(R, int32 scalar)",
     "setProperty(R, int32 scalar, any?, ...)",

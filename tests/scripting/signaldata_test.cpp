@@ -217,8 +217,6 @@ TEST_F(SignalDataTest, PartsThatDoNotBelongTogetherAnyMoreAreNotMixedUp) {
   vela_("rollback", elements[0], 1.0);
   vela_("appendSignalData", elements[0], list({1.5}), list({9}));
   EXPECT_EQ(idOf([&] { values(matrix); }), "nexstore:nex:InvalidData");
-  vela_("remove", elements[0]);
-  EXPECT_EQ(values(matrix), list({}));
 }
 
 TEST_F(SignalDataTest, ARangeHoldsBothItsEnds) {
