@@ -31,6 +31,10 @@ const Catalog& catalog() {
   return texts;
 }
 
+// Read when the library is loaded: a fork in the middle of the first use would leave it half
+// made in the child, whose first message would wait for the rest for ever.
+[[maybe_unused]] const Catalog& readAtStart = catalog();
+
 std::string argumentNamed(const Arguments& arguments, const std::string& name) {
   for (const auto& [argument, value] : arguments) {
     if (argument == name) return value;

@@ -75,8 +75,10 @@ void Connection::configure() {
   sqlite3_busy_timeout(handle_, kEngineWaitMilliseconds);
   sqlite3_progress_handler(
       handle_, kStepsBetweenPolls,
-      [](void* gate) -> int {
-        const EngineGate::Aside aside(*static_cast<EngineGate*>(gate));
+      [](void* context) -> int {
+        auto& gate = *static_cast<EngineGate*>(context);
+        if (!gate.isOnlyOneEntered()) return 0;  // opening, which is short
+        const EngineGate::Aside aside(gate);
         return host::isInterrupted();
       },
       gate_.get());

@@ -28,11 +28,13 @@ class EngineGate {
       }
       mutex_.lock();
       inside_.store(self, std::memory_order_relaxed);
+      ++gatesInside_;
     }
     ++depth_;
   }
   void leave() noexcept {
     if (--depth_ > 0) return;
+    --gatesInside_;
     inside_.store(std::thread::id(), std::memory_order_relaxed);
     mutex_.unlock();
   }
@@ -61,8 +63,16 @@ class EngineGate {
     int depth_;
   };
 
+  /// Whether this thread is inside this gate and no other. Inside another one it must not step
+  /// aside from this: a fork that waits for the other would wait for ever.
+  bool isOnlyOneEntered() const {
+    return gatesInside_ == 1 &&
+           inside_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+  }
+
   /// Aside for a question to the host in the middle of a call, where the engine holds none of
-  /// its locks: a fork need not wait for the answer, and the call goes on only after it.
+  /// its locks: a fork need not wait for the answer, and the call goes on only after it. Needs
+  /// isOnlyOneEntered().
   class Aside {
    public:
     explicit Aside(EngineGate& gate) : gate_(gate) { gate.isAside_ = true; }
@@ -90,6 +100,7 @@ class EngineGate {
   static void letForkPass();
 
   static std::atomic<bool> isForking_;
+  static inline thread_local int gatesInside_ = 0;
 
   std::mutex mutex_;
   std::atomic<std::thread::id> inside_{};
