@@ -1,9 +1,6 @@
 #include "comparing.h"
 
-#include <mutex>
-
 #include "hostobject.h"
-#include "objectmanager/repositorylock.h"
 #include "runcomparison/runcomparison.h"
 #include "scripting/arguments.h"
 #include "text/utf8.h"
@@ -51,7 +48,6 @@ RunComparisonOptions optionsFrom(const py::dict& settings) {
 /// Without Python's lock.
 RunComparison compare(const RunGiven& baseline, const RunGiven& compared,
                       const RunComparisonOptions& options, bool isStoring) {
-  const std::lock_guard lock(repositoryLock());
   const auto baselineManager = scripting::getObjectManager(baseline.repository, kMethod);
   const auto comparedManager = scripting::getObjectManager(compared.repository, kMethod);
   const auto baselineRun = scripting::runFromID(*baselineManager, baseline.id, kMethod);

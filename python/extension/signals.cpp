@@ -1,12 +1,10 @@
 #include "signals.h"
 
 #include <cstddef>
-#include <mutex>
 #include <string>
 
 #include "errors.h"
 #include "hostobject.h"
-#include "objectmanager/repositorylock.h"
 #include "scripting/arguments.h"
 #include "scripting/samples.h"
 #include "scripting/streams.h"
@@ -28,7 +26,6 @@ class SignalGiven {
   /// Calls `function(manager, streams)` as one call of the repository. Without Python's lock.
   template <class Function>
   void call(const Function& function) const {
-    const std::lock_guard lock(repositoryLock());
     const auto manager = scripting::getObjectManager(repository_, operation_);
     function(*manager,
              scripting::streamsOf(scripting::signalFromID(*manager, id_, operation_)));

@@ -1,11 +1,9 @@
 #include "scripting/methodinfo.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "host/classes/calls.h"
-#include "objectmanager/repositorylock.h"
 #include "scripting/errors.h"
 
 namespace vela::scripting {
@@ -26,7 +24,6 @@ void NexCOSMethodInfo::invoke(int& resultCount, std::span<host::OutputValue> out
                               std::span<const host::InputValue> inputs) const {
   resultCount = 0;
   host::checkInputCount(*this, inputs.size());
-  const std::lock_guard lock(repositoryLock());
   try {
     perform(outputs, inputs);
   } catch (const kodiag::except::ExceptionWithCauses& error) {

@@ -10,8 +10,8 @@
 
 namespace vela::scripting {
 
-/// One method of "vela.Repository". A call takes the repository lock, so that the handlers of a
-/// process take turns, and raises errors as scripts are to see them.
+/// One method of "vela.Repository". Threads: any number of calls at a time; those that
+/// write to one repository take turns. Raises errors as scripts are to see them.
 class NexCOSMethodInfo : public host::COSMethodInfo {
  public:
   const std::string& name() const final { return name_; }

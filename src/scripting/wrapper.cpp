@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-#include "objectmanager/repositorylock.h"
+#include "host/processmutex.h"
 #include "scripting/errors.h"
 #include "text/utf8.h"
 
@@ -54,23 +54,40 @@ std::unique_ptr<ObjectManager> opened(std::unique_ptr<ObjectManager> manager) {
   throw kodiag::except::ExceptionWithCauses(error.message().causes.front());
 }
 
+/// Guards which managers the wrappers hold.
+host::ProcessMutex& managersMutex() {
+  static auto& mutex = *new host::ProcessMutex;
+  return mutex;
+}
+
 }  // namespace
 
+std::shared_ptr<ObjectManager> ObjectManagerWrapper::getObjMgr() const {
+  const std::lock_guard lock(managersMutex());
+  return manager_;
+}
+
 void ObjectManagerWrapper::setObjMgr(std::unique_ptr<ObjectManager> own) {
-  manager_ = std::move(own);
+  // Declared before the lock, so that a former manager dies after it has been let go of.
+  std::shared_ptr<ObjectManager> former = std::move(own);
+  const std::lock_guard lock(managersMutex());
+  manager_.swap(former);
   isShared_ = false;
 }
 
 void ObjectManagerWrapper::setObjMgr(ObjectManager& shared) {
-  manager_ = std::shared_ptr<ObjectManager>(std::shared_ptr<void>(), &shared);
+  std::shared_ptr<ObjectManager> former(std::shared_ptr<void>(), &shared);
+  const std::lock_guard lock(managersMutex());
+  manager_.swap(former);
   isShared_ = true;
 }
 
 std::string ObjectManagerWrapper::describe() const noexcept {
-  if (!manager_) return "closed";
+  const std::shared_ptr<ObjectManager> manager = getObjMgr();
+  if (!manager) return "closed";
   if (isShared_) return "shared";
   try {
-    return "private '" + text::toUtf8(manager_->getDatabaseLocation()) + "'";
+    return "private '" + text::toUtf8(manager->getDatabaseLocation()) + "'";
   } catch (const std::exception&) {
     return "private";
   }
@@ -80,7 +97,7 @@ void ObjectManagerWrapper::close() {
   if (isShared_) return;
   // Declared before the lock, so that the manager dies after it has been let go of.
   std::shared_ptr<ObjectManager> last;
-  const std::lock_guard lock(repositoryLock());
+  const std::lock_guard lock(managersMutex());
   last = std::move(manager_);
 }
 

@@ -15,7 +15,7 @@ class ObjectManagerWrapper : public host::COSInstanceData {
  public:
   /// Null while there is none and after close().
   /// Whoever works with it keeps it, so that a close meanwhile does not take it away.
-  std::shared_ptr<ObjectManager> getObjMgr() const { return manager_; }
+  std::shared_ptr<ObjectManager> getObjMgr() const;
   void setObjMgr(std::unique_ptr<ObjectManager> own);
   void setObjMgr(ObjectManager& shared);
 
