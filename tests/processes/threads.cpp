@@ -103,6 +103,9 @@ class Worker {
           std::cerr << error.what() << "\n";
           tell(Acknowledged::fault, 0, unexpectedError, 0);
         }
+      } catch (const std::exception& error) {
+        std::cerr << error.what() << "\n";
+        tell(Acknowledged::fault, 0, unexpectedError, 0);
       }
     }
   }

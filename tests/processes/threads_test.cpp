@@ -96,7 +96,10 @@ class ThreadsProcess {
   ~ThreadsProcess() {
     close(pipe_);
     ::kill(-pid_, SIGKILL);  // children that hang
-    waitpid(pid_, nullptr, 0);
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL)
+        << "ended by itself: " << status;
   }
   ThreadsProcess(const ThreadsProcess&) = delete;
   ThreadsProcess& operator=(const ThreadsProcess&) = delete;
