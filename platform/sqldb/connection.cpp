@@ -161,6 +161,7 @@ void Connection::turnOnLog(std::chrono::milliseconds timeout) {
 }
 
 sqlite3_stmt* Connection::prepare(std::string_view sql, bool keep, std::string_view& rest) {
+  const EngineGate::Scope gate(*gate_);
   if (sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     raise({SQLITE_TOOBIG, "the statement is too long"}, "prepare");
   }
@@ -189,6 +190,7 @@ void Connection::run(const std::string& sql) {
 }
 
 std::string Connection::queryText(const std::string& sql) {
+  const EngineGate::Scope gate(*gate_);
   std::string_view rest;
   sqlite3_stmt* statement = prepare(sql, false, rest);
   std::string text;
@@ -204,6 +206,7 @@ std::string Connection::queryText(const std::string& sql) {
 }
 
 int Connection::control(Control which) {
+  const EngineGate::Scope gate(*gate_);
   const host::Uninterruptible whole;
   sqlite3_stmt* statement = controls_[static_cast<std::size_t>(which)];
   const int code = sqlite3_step(statement);
@@ -220,6 +223,7 @@ bool Connection::inWritingTransaction() const {
 }
 
 bool Connection::findMoved() {
+  const EngineGate::Scope gate(*gate_);
   int moved = 0;
   if (sqlite3_file_control(handle_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK) {
     if (moved != 0) moved_->store(true, std::memory_order_relaxed);

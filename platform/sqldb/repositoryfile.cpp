@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "kodiag/diagnostics.h"
+#include "sqldb/enginegate.h"
 #include "sqldb/error.h"
 
 namespace sqldb {
@@ -78,6 +79,7 @@ class FileView {
   }
 
  private:
+  EngineGate::Scope gate_{EngineGate::ofOpening()};
   struct Close {
     void operator()(sqlite3* connection) const { sqlite3_close(connection); }
   };
