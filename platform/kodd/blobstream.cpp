@@ -36,8 +36,7 @@ struct BlobStream::Impl final : Pin {
   }
   /// Runs one operation on the connection of the open blob, or on one lent for it.
   template <class Body>
-  void run(sqldb::Database::Access how, const char* operation, diagnostics& diag,
-           Body&& body) {
+  void run(sqldb::Database::Access how, const char* operation, diagnostics& diag, Body&& body) {
     const SessionUse use(*this);
     perform(*session(), how, operation, diag, std::forward<Body>(body));
   }

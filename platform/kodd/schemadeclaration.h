@@ -48,7 +48,8 @@ struct SchemaDeclaration {
 /// \throws "KODD:kodd:SchemaError" naming the file and what is wrong in it
 SchemaDeclaration readSchemaFiles(const std::string& schemaFile);
 
-/// The bytes of a file. \throws "KODD:kodd:SchemaError" when it cannot be read or is larger than 4 MiB
+/// The bytes of a file. \throws "KODD:kodd:SchemaError" when it cannot be read or is larger
+/// than 4 MiB
 std::string readSchemaBytes(const std::string& file);
 
 [[noreturn]] void raiseSchemaError(const std::string& file, const std::string& reason);

@@ -60,8 +60,8 @@ std::string quarantine(const std::string& location) {
 
 void removeFile(const std::string& location) {
   const std::string path = resolvedPath(location);
-  // The file goes first: without its log it would be a wreck, while side files without a file go
-  // when the next one is made.
+  // The file goes first: without its log it would be a wreck, while side files without a file
+  // go when the next one is made.
   deleteFile(path);
   deleteSideFiles(path);
 }

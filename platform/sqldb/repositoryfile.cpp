@@ -103,7 +103,8 @@ class FileView {
 /// Why a directory entry cannot be a repository of ours; empty when it can.
 std::string unsuitability(const struct stat& status) {
   if (S_ISDIR(status.st_mode)) return "it is a directory";
-  if (S_ISLNK(status.st_mode)) return "it is a symbolic link that leads nowhere or is not followed here";
+  if (S_ISLNK(status.st_mode))
+    return "it is a symbolic link that leads nowhere or is not followed here";
   if (!S_ISREG(status.st_mode)) return "it is not a regular file";
   return {};
 }

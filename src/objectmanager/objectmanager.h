@@ -41,9 +41,9 @@ struct PreparedSet {
 /// One repository file and everything stored in it.
 ///
 /// Failures are raised as ExceptionWithCauses unless said otherwise. safeTransaction and
-/// threadSafeEval never raise: their callers look at the diagnostics. Threads: dictionary
-/// functions run one at a time in the process (repository lock); single property reads and
-/// writes do not take that lock. Lock order: repository lock, instance lock, store mutex.
+/// threadSafeEval never raise: their callers look at the diagnostics. Threads: any; a unit of
+/// work belongs to the thread that began it, and those that write to one repository take turns.
+/// Lock order: repository lock, turn to write, instance lock.
 class ObjectManager {
  public:
   /// Instance ID of rapid-accelerator child processes. // Stored; never change.

@@ -80,8 +80,8 @@ class ObjectManagerImpl {
   void beginBulkObjectDeletion(const kodd::ClassRef& cls);
   void addObjectForBulkDeletion(kodd::ObjectRef& object);
   void commitBulkObjectDeletion(const kodd::ClassRef& cls);
-  /// For use under the repository lock.
-  /// Of this thread.
+  /// Those of this thread: what a unit collects belongs to the thread
+  /// that began it.
   BulkDeletions& bulkDeletions() { return work().bulkDeletions; }
 
   FindObjectsTracer& tracer() { return tracer_; }

@@ -11,7 +11,7 @@
 
 namespace vela {
 
-/// The prepared-constructor cache of one manager. Threads: used under the repository lock.
+/// The prepared-constructor cache of one manager for one thread.
 class PreparedObjectConstructors {
  public:
   /// The constructor for that class and those properties, made on first use, bound to the given

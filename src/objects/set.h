@@ -316,8 +316,8 @@ class Set : public ORM {
   /// \returns how many runs there were
   static int removeClosedInstances(ObjectManager& manager, bool giveSpaceBack);
   /// Whether no other process has the repository open and nothing in it is this instance's:
-  /// neither a run that is not marked for deletion, nor a test suite or a stream. Runs of closed instances
-  /// do not count.
+  /// neither a run that is not marked for deletion, nor a test suite or a stream. Runs of
+  /// closed instances do not count.
   static bool repositoryIsEmpty(ObjectManager& manager);
 
   /// A copy with a number and a place of its own, in one unit of work: name, description,

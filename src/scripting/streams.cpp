@@ -114,7 +114,8 @@ Signals elementsOf(const Signal& signal, Signals children, const std::vector<uns
 
 Streams streamsOf(const SignalPtr& signal) {
   Streams plain{{signal}, {}, false};
-  if (signal->getObjectReference().getPropertyInt32(strings::HasDataHierarchy) == 0) return plain;
+  if (signal->getObjectReference().getPropertyInt32(strings::HasDataHierarchy) == 0)
+    return plain;
   Signals children = childrenOf(*signal);
   if (!isExpanded(*signal, children)) return plain;
   const bool isComplex = signal->getComplexity() == complexity::complex;

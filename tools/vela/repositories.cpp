@@ -84,7 +84,8 @@ Repository Repository::openForChanging(const Context& context) {
 }
 
 Repository Repository::openForWriting(const Context& context) {
-  if (!context.repository.empty()) return Repository(opened(locationOf(context), ObjectManager::Access::write));
+  if (!context.repository.empty())
+    return Repository(opened(locationOf(context), ObjectManager::Access::write));
   refuseWhatIsNoRepository(locationOf(context));
   return Repository(VelaInstance::getInstance());
 }
