@@ -18,7 +18,7 @@ namespace vela {
 /// The default repository lives in the user's shared file or in a private one, as the feature
 /// "VELAStaticDMR" says: below 1 private, above 1 shared, 1 shared except in batch jobs; and
 /// always private where the shared file must not be used.
-/// Threads: any. Lock order: repository lock, instance lock, store mutex. A forked child gets
+/// Threads: any. Lock order: repository lock, turn to write, instance lock. A forked child gets
 /// an instance, identity and managers of its own; those of its parent are left alone.
 class VelaInstance {
  public:
